@@ -1,0 +1,1 @@
+# Placeholder until the install rules stand here.

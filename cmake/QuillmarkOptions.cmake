@@ -1,0 +1,50 @@
+# Language, warnings and sanitizers for everything that is ours.
+
+option(QUILLMARK_WERROR "Warnings are errors" ON)
+option(QUILLMARK_BUILD_TOOLS "Build the quillmark command" ON)
+option(QUILLMARK_BUILD_BENCH "Build the benchmarks" OFF)
+set(QUILLMARK_SANITIZE "" CACHE STRING "Sanitizers, as the compiler names them: address,undefined or thread")
+option(QUILLMARK_COVERAGE "Count executed lines" OFF)
+set(QUILLMARK_PLATFORM_TARGET "Quillmark::platform" CACHE STRING
+    "The target that supplies the platform layer; an appliance names its own")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_C_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+
+# Tests, tools and libraries find each other in the build tree without an environment variable.
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+
+add_library(quillmark_options INTERFACE)
+target_compile_options(quillmark_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+    $<$<BOOL:${QUILLMARK_WERROR}>:-Werror>
+    -fstack-protector-strong)
+target_compile_definitions(quillmark_options INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
+if(QUILLMARK_SANITIZE)
+    target_compile_options(quillmark_options INTERFACE -fsanitize=${QUILLMARK_SANITIZE}
+        -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_link_options(quillmark_options INTERFACE -fsanitize=${QUILLMARK_SANITIZE})
+endif()
+if(QUILLMARK_COVERAGE)
+    target_compile_options(quillmark_options INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(quillmark_options INTERFACE --coverage)
+endif()
+
+# Objects that were compiled before are not compiled again, where the machine has a cache for them.
+find_program(QUILLMARK_CCACHE ccache)
+if(QUILLMARK_CCACHE)
+    set(CMAKE_C_COMPILER_LAUNCHER ${QUILLMARK_CCACHE})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${QUILLMARK_CCACHE})
+endif()

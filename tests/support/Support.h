@@ -1,0 +1,47 @@
+#pragma once
+// What every test may use: failures as text, a directory of its own, the descriptors that are open.
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "include2/Exception"
+
+namespace QuillmarkTest {
+
+/// The text of the library's exception that @p action throws, "nothing thrown" when it returns, or
+/// "another exception" for one that is not the library's.
+std::string failureOf(std::function<void()> const& action);
+
+/// A directory that exists as long as the object, below the system's directory for temporary files.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory();
+    ~TemporaryDirectory();
+    TemporaryDirectory(TemporaryDirectory const&) = delete;
+    TemporaryDirectory& operator=(TemporaryDirectory const&) = delete;
+
+    std::string const& path() const { return m_path; }
+    std::string file(std::string_view name) const { return m_path + "/" + std::string(name); }
+    /// Writes a file below the directory and returns its path.
+    std::string write(std::string_view name, std::string_view content) const;
+
+private:
+    std::string m_path;
+};
+
+std::string readFile(std::string const& path);
+void writeFile(std::string const& path, std::string_view content);
+
+/// How many descriptors this process has open.
+std::size_t openDescriptors();
+
+/// Runs @p action on a thread whose stack has @p bytes, and waits for it. Whoever recurses on input
+/// does not come back from here.
+void onSmallStack(std::size_t bytes, std::function<void()> const& action);
+
+/// The bytes as lower-case hexadecimal digits.
+std::string hex(std::string_view bytes);
+
+}  // namespace QuillmarkTest
