@@ -27,6 +27,53 @@ extern "C" {
 
 /* ---- Mail addresses ------------------------------------------------------------------------- */
 
+/** One mail address. Texts that it gives belong to it and live as long as it does. */
+typedef struct quill_emailaddress quill_emailaddress;
+
+/** A node of a list of addresses, which owns them. */
+typedef struct quill_emailaddress_container {
+    quill_emailaddress* address;               /**< may be null */
+    struct quill_emailaddress_container* next; /**< null in the last node */
+} quill_emailaddress_container;
+
+/** The smallest address of a header value, its local part in lower case.
+ *  @return an address for quill_emailaddress_destroy; null for null and for text without an address */
+QUILL_EXPORT quill_emailaddress* quill_emailaddress_create(char const* text);
+
+/** Frees an address. Null is left alone. */
+QUILL_EXPORT void quill_emailaddress_destroy(quill_emailaddress* address);
+
+/** The addresses of a header value, local parts in lower case, in ascending order, each once.
+ *  @param count  takes their number; may be null. Null text leaves it alone
+ *  @return an array for free(), each element for quill_emailaddress_destroy. Null when there is no
+ *          address, for null text, and when the array cannot be allocated: the count then is what was found */
+QUILL_EXPORT quill_emailaddress** quill_emailaddress_find(char const* text, int* count);
+
+/** "Display name <local@domain>", or the address alone. Null for null only. */
+QUILL_EXPORT char const* quill_emailaddress_get_string(quill_emailaddress* address);
+
+/* One part of an address, terminated, possibly empty. Null for null. */
+
+/** "local@domain", or the local part alone. */
+QUILL_EXPORT char const* quill_emailaddress_get_email_address(quill_emailaddress* address);
+QUILL_EXPORT char const* quill_emailaddress_get_local(quill_emailaddress* address);
+/** The same as quill_emailaddress_get_local. */
+QUILL_EXPORT char const* quill_emailaddress_to_username(quill_emailaddress* address);
+QUILL_EXPORT char const* quill_emailaddress_get_domain(quill_emailaddress* address);
+/** The display name as written, with its quotes. */
+QUILL_EXPORT char const* quill_emailaddress_get_personal(quill_emailaddress* address);
+
+/** A new list: one node without an address, for quill_emailaddress_container_destroy. */
+QUILL_EXPORT quill_emailaddress_container* quill_emailaddress_container_create(void);
+
+/** Puts @p address at the end of @p list, which owns it from then on. Walks the list, so the time grows
+ *  with its length. Does nothing when either is null. */
+QUILL_EXPORT void quill_emailaddress_container_append(quill_emailaddress_container* list,
+                                                      quill_emailaddress* address);
+
+/** Frees a list with its addresses and sets the caller's pointer to null. Null is left alone. */
+QUILL_EXPORT void quill_emailaddress_container_destroy(quill_emailaddress_container** list);
+
 /* ---- Private addresses ---------------------------------------------------------------------- */
 
 /* ---- DNS ------------------------------------------------------------------------------------ */
