@@ -15,27 +15,43 @@ extern "C" {
 /** The words that an area has at least. */
 #define QUILL_CFG_WORDS 512
 
-/** The area, or null where there is none. The library reads the generation word and nothing else. */
+/** The area, or null where there is none. The library reads the generation word and nothing else, by
+ *  quill_cfg_generation: the area may come, and its words may change, at any time. */
 QUILL_PLATFORM_EXPORT extern uint32_t volatile* nCfg_debug_zone;
 
+/** Reads the generation of the area. Whoever sees a new one sees what was written before it began.
+ *  Inline, since an appliance supplies the pointer alone. Any thread.
+ *  @return 1; or 0 when there is no area, which leaves @p generation alone */
+static inline int quill_cfg_generation(uint32_t* generation) {
+    uint32_t volatile* const area = __atomic_load_n(&nCfg_debug_zone, __ATOMIC_ACQUIRE);
+    if (!area) return 0;
+    *generation = __atomic_load_n(area + QUILL_CFG_GENERATION_WORD, __ATOMIC_ACQUIRE);
+    return 1;
+}
+
 /** Attaches an area of the process's own on the first call, and begins a new generation on every call:
- *  whoever keeps what a configuration file said reads it again. Safe from any thread.
+ *  whoever keeps what a configuration file said reads it again. Where somebody else attached an area, that
+ *  one gets the new generation. Any thread.
  *  @return the new generation, never 0. */
 QUILL_PLATFORM_EXPORT uint32_t quill_cfg_new_generation(void);
 
-/** Detaches the area that quill_cfg_new_generation attached. For tests: nobody may be reading it. */
+/** Detaches the area that quill_cfg_new_generation attached, and no other. The area stays in memory and
+ *  keeps its generation. For tests. Any thread. */
 QUILL_PLATFORM_EXPORT void quill_cfg_detach(void);
 
-/** Turns an absolute path of the appliance into the one to open. In production that is the same text.
- *  @return a terminated text that stays valid until the process ends. Any thread. */
+/** Turns an absolute path of the appliance into the one to open. In production that is @p path itself;
+ *  null and a path that does not begin with "/" always are.
+ *  @return @p path, or a terminated text that stays valid until the process ends. Any thread. */
 QUILL_PLATFORM_EXPORT char const* quill_path(char const* path);
 
 /** From now on paths of the appliance lie below @p directory ("/etc/gtld" is "<directory>/etc/gtld");
- *  null goes back to production. For tests and tools, which call it before anything opens a file. */
+ *  null or "" goes back to production. The text is copied. For tests and tools, which call it before
+ *  anything opens a file. Any thread. */
 QUILL_PLATFORM_EXPORT void quill_path_root(char const* directory);
 
 /** From now on the one appliance path @p path is opened at @p instead; null goes back. Stands above
- *  quill_path_root. For tests and tools. */
+ *  quill_path_root, and is not put below its directory. The texts are copied. For tests and tools. Any
+ *  thread. */
 QUILL_PLATFORM_EXPORT void quill_path_map(char const* path, char const* instead);
 
 #ifdef __cplusplus
