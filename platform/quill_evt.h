@@ -21,15 +21,22 @@ typedef struct evt_log_args_t {
     unsigned int reserved[3]; /**< zero */
 } evt_log_args_t;
 
-/** Writes one event to the log. The stand-in sends it to syslog (facility mail, severity by event) or,
- *  when there is no log socket, to standard error as one line; 0x01 comes out as ": ".
- *  @return 0, or -1 when nothing could be written. Any thread. */
+/** Writes one event to the log. Any thread; errno stays as it was.
+ *
+ *  The stand-in sends it to syslog (facility mail, severity by event) or, when there is no log socket at
+ *  quill_path("/dev/log"), to standard error, as one line either way: 0x01 comes out as ": ", and other
+ *  control bytes than TAB as "#" and three octal digits. A message is cut to 4095 bytes, a line to 8191.
+ *  @param level   the number of the event
+ *  @param args    read during the call only; null counts as a record of zeros
+ *  @param format  as printf's; a message that cannot be formatted leaves the format itself in the log
+ *  @return 0, or -1 when nothing could be written or the format is null */
 QUILL_PLATFORM_EXPORT int evt_logv(int level, evt_log_args_t const* args, char const* format, va_list list);
 
 /** Formats the message of an event into @p buffer of @p size bytes, always terminated when size is
- *  not 0: a longer text is cut.
- *  @return as vsnprintf: the length that the whole text has, which may be size or more; negative when
- *  the format is broken. Any thread. */
+ *  not 0: a longer text is cut. 0x01 stays as it is. Any thread.
+ *  @param argument  the argument word, which the stand-in does not use
+ *  @return as vsnprintf: the length that the whole text has. MIND THAT IT MAY BE size OR MORE; negative
+ *  when the text cannot be formatted, which leaves an empty one. */
 QUILL_PLATFORM_EXPORT int evt_format_logv(char* buffer, size_t size, unsigned int argument,
                                           char const* format, va_list list);
 
