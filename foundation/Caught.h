@@ -1,0 +1,13 @@
+#pragma once
+// Where services and threads report an exception that has nowhere left to go.
+
+#include "include2/Exception"
+
+namespace Quillmark {
+
+/// Writes EventException with @p function (its signature, as log readers know it) and the text of
+/// @p exception to the current logger. Any thread. A failure to log is nobody's failure any more: it
+/// throws nothing, but lets the end of a cancelled thread pass.
+void logCaught(char const* function, Exception const& exception);
+
+}  // namespace Quillmark
