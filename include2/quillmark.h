@@ -76,6 +76,11 @@ QUILL_EXPORT void quill_emailaddress_container_destroy(quill_emailaddress_contai
 
 /* ---- Private addresses ---------------------------------------------------------------------- */
 
+/** @param address  an IPv4 address in network order, as in an in_addr
+ *  @return 1 for an address in 10/8, 127/8, 169.254/16, 172.16/12 or 192.168/16; 0 for any other and
+ *          on failure. Any thread. */
+QUILL_EXPORT int quill_int_is_private_ip_address(unsigned int address);
+
 /* ---- DNS ------------------------------------------------------------------------------------ */
 
 /* ---- Host addresses ------------------------------------------------------------------------- */
