@@ -6,6 +6,7 @@
 #include <deque>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "include2/Media"
 
@@ -21,6 +22,22 @@ inline Quillmark::Buffer buffer(std::string_view content) {
 
 inline unsigned char const* bytes(std::string_view content) {
     return reinterpret_cast<unsigned char const*>(content.data());
+}
+
+/// Everything that is left to read.
+inline std::string rest(Quillmark::MediaIn in) {
+    std::string all;
+    unsigned char block[1000];
+    for (int got; (got = in.read(block, sizeof block)) > 0;)
+        all.append(reinterpret_cast<char const*>(block), static_cast<std::size_t>(got));
+    return all;
+}
+
+/// The lines that are left, read into @p line, each followed by "|", until one is empty.
+inline std::string lines(Quillmark::MediaIn in, Quillmark::Buffer line = Quillmark::Buffer()) {
+    std::string all;
+    for (in.readline(line); !line.isEmpty(); in.readline(line)) all += text(line) + "|";
+    return all;
 }
 
 /// Writes "abc" down as "[abc]", end() as "end", a character set as "(name)".
