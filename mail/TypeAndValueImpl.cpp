@@ -1,5 +1,6 @@
-#include "foundation/Fail.h"
 #include "include2/TypeAndValue"
+
+#include "foundation/Fail.h"
 
 namespace Quillmark {
 
