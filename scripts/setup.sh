@@ -1,0 +1,44 @@
+# Read by ./run and ./check: installs what is missing, configures and builds. Not run by itself.
+
+# Packages of packages.txt, by what they are for.
+packages() {
+    sed -n "s/^$1 //p" packages.txt
+}
+
+# Installs those of the named packages that are not there yet. Asks nobody when nothing is missing.
+install_missing() {
+    local missing=() package
+    for package in "$@"; do
+        [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return
+    echo "Installing: ${missing[*]}"
+    local as_root=()
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || { echo "Needs root or sudo to install: ${missing[*]}" >&2; exit 1; }
+        as_root=(sudo)
+    fi
+    local log
+    log=$(mktemp)
+    if ! { "${as_root[@]}" apt-get update -q &&
+           "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+        cat "$log" >&2
+        rm -f "$log"
+        exit 1
+    fi
+    rm -f "$log"
+}
+
+# build PRESET TARGET...: configures when needed, builds, and is silent unless it fails.
+build() {
+    local preset=$1 log
+    shift
+    log=$(mktemp)
+    if ! { { [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset"; } &&
+           cmake --build --preset "$preset" --target "$@"; } >"$log" 2>&1; then
+        cat "$log" >&2
+        rm -f "$log"
+        exit 1
+    fi
+    rm -f "$log"
+}
