@@ -14,7 +14,7 @@ mkdir -p "$work"
 failed=0
 for expected in "$examples"/*.expected; do
     name=$(basename "$expected" .expected)
-    (cd "$work" && "$work/examples/$name" >"$work/$name.out" 2>&1) || { echo "$name: exit code $?"; failed=1; }
+    (cd "$work" && "$work/examples/$name" "$examples/lists" >"$work/$name.out" 2>&1) || { echo "$name: exit code $?"; failed=1; }
     diff -u "$expected" "$work/$name.out" || failed=1
 done
 
