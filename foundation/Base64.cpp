@@ -166,7 +166,7 @@ std::size_t Base64Decoder::decode(unsigned char const* in, std::size_t size, uns
             if (m_place != 0) *out++ = lowByte(m_bits >> (6 - 2 * m_place));
             m_place = (m_place + 1) % 4;
         } else if (value != whiteSpace)
-            failAt(i, byte, value);
+            failAt(i, size, byte, value);
         ++i;
     }
     m_position += size;
@@ -178,10 +178,11 @@ void Base64Decoder::endLine() noexcept {
     m_position = 0;
 }
 
-void Base64Decoder::failAt(std::size_t index, unsigned char byte, int value) {
+void Base64Decoder::failAt(std::size_t index, std::size_t size, unsigned char byte, int value) {
     std::uint64_t const position = m_position + index;
     unsigned int const place = m_place;
-    *this = Base64Decoder();
+    m_position += size;
+    m_place = 0;
     if (value == foreign) {
         static constexpr char digits[] = "0123456789abcdef";
         std::string text = "Invalid Base64 Encoding at pos " + std::to_string(position) + ". Character=0x";

@@ -34,9 +34,9 @@ void base64Encode(unsigned char const* in, std::size_t size, char* out) noexcept
 /// Reads Base64 text that comes in pieces. An incomplete group goes on with the next piece.
 class Base64Decoder {
 public:
-    /// Decodes a piece; gives the number of bytes, which is at most size * 3 / 4 + 1. @p out may be
-    /// @p in, or before it. Bad text throws BufferException code 2 with the position since the last
-    /// endLine(), and the decoder starts afresh.
+    /// Decodes a piece; gives the number of bytes, at most one a character. @p out may be @p in, or
+    /// before it. Bad text throws BufferException code 2 with the position since the last endLine(); the
+    /// next piece begins a new group.
     std::size_t decode(unsigned char const* in, std::size_t size, unsigned char* out);
 
     /// The pieces so far made a line: padding is over, positions count from 0.
@@ -45,7 +45,7 @@ public:
 private:
     static constexpr unsigned int padding = 4;
 
-    [[noreturn]] void failAt(std::size_t index, unsigned char byte, int value);
+    [[noreturn]] void failAt(std::size_t index, std::size_t size, unsigned char byte, int value);
 
     unsigned int m_place = 0;      // in the group of four; padding: nothing but "=" may come
     unsigned int m_bits = 0;       // of the group so far; those before the last byte are of no use

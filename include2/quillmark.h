@@ -25,6 +25,15 @@ extern "C" {
 
 /* ---- Base64 files --------------------------------------------------------------------------- */
 
+/* Base64 (RFC 2045) of whole files: encode writes lines of 76 characters that end in a line feed, decode
+ * takes lines of any length. The output is made or emptied; what was written before a failure stays.
+ *
+ * 0 on success. -1 when a path is null, a file cannot be opened, input and output are one file (which is
+ * then left alone), the text is bad, or the output cannot be written out completely.
+ * decode opens its output first, so a missing input leaves an empty output. */
+QUILL_EXPORT int quill_file_base64_encode(char const* inputPath, char* outputPath);
+QUILL_EXPORT int quill_file_base64_decode(char const* inputPath, char const* outputPath);
+
 /* ---- Mail addresses ------------------------------------------------------------------------- */
 
 /** One mail address. Texts that it gives belong to it and live as long as it does. */
