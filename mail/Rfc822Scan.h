@@ -21,7 +21,8 @@ constexpr Symbol Other = '\0';    ///< no token that is ever cut from text
 class Rfc822Scan {
 public:
     /// @param text  must outlive the scan
-    explicit Rfc822Scan(std::string_view text) noexcept : m_text(text) {}
+    /// @param from  where a token begins, or anything between two tokens
+    explicit Rfc822Scan(std::string_view text, std::size_t from = 0) noexcept : m_text(text), m_end(from) {}
 
     /// Moves to the next token. False at the end of the text, and at a construct that does not end:
     /// then failed() is true.
