@@ -172,6 +172,10 @@ Buffer& BufferMediaOut::buffer() {
     return as<BufferMediaOutImpl>().buffer();
 }
 
+Buffer const& BufferMediaOut::buffer() const {
+    return as<BufferMediaOutImpl>().buffer();
+}
+
 void BufferMediaOut::buffer(Buffer& buffer) {
     as<BufferMediaOutImpl>().buffer(buffer);
 }

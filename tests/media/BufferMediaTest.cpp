@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <type_traits>
+#include <utility>
 
 #include "platform/quill_cfg.h"
 #include "tests/media/Limits.h"
@@ -202,7 +203,7 @@ TEST(BufferMediaOut, AppendsToABufferOfItsOwn) {
         << "cd";
     out.end();
     EXPECT_EQ(out.tell(), 4U);
-    EXPECT_EQ(text(out.buffer()), "abcd");
+    EXPECT_EQ(text(std::as_const(out).buffer()), "abcd");
 }
 
 TEST(BufferMediaOut, GoesOnAtTheEndOfTheCallersBuffer) {

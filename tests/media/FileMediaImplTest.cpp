@@ -676,6 +676,14 @@ TEST(FileMediaIn, IsEmptiedThroughItsBase) {
     EXPECT_FALSE(in.convertToCRLF());
 }
 
+TEST(StreamMediaOut, EndsAndClosesInTheSlotsOfTheFileOutput) {
+    EXPECT_EQ(slot(&StreamMediaOutImpl::end), 4);
+    EXPECT_EQ(slot(&FileMediaOutImpl::end), 4);
+    EXPECT_EQ(slot(&StreamMediaOutImpl::close), 8);
+    EXPECT_EQ(slot(&FileMediaOutImpl::close), 8);
+    EXPECT_EQ(slot(&StreamMediaOut::close), slot(&FileMediaOut::close));
+}
+
 TEST(StreamMediaOut, WritesAndFlushesTheCallersStream) {
     // Counts the times that it is flushed.
     class Counting : public std::stringbuf {

@@ -12,7 +12,7 @@ using namespace QuillmarkTest;
 
 namespace {
 
-// Slots 1 and 2 of an input are the only ones that a medium must have beside what it inherits.
+// Nothing but what an input must have.
 class BareIn : public MediaInImpl {
 public:
     bool atEnd() const override { return true; }
@@ -37,6 +37,58 @@ static_assert(std::is_base_of_v<NonCopyable, MediaInImpl> && !std::is_copy_const
 static_assert(std::is_base_of_v<NonCopyable, MediaOutImpl> && !std::is_copy_constructible_v<BareOut>);
 static_assert(std::is_abstract_v<MediaInImpl> && std::is_abstract_v<MediaOutImpl>);
 static_assert(std::is_abstract_v<MediaOutDecoratorImpl>);
+
+TEST(MediaSlots, KeepTheOrderThatCompiledMediaRelyOn) {
+    using Bytes = unsigned char*;
+    using ConstBytes = unsigned char const*;
+    int next = 2;
+    EXPECT_EQ(slot(&MediaInImpl::atEnd), next++);
+    EXPECT_EQ(slot(&MediaInImpl::peek), next++);
+    EXPECT_EQ(slot(&MediaInImpl::readline), next++);
+    EXPECT_EQ(slot<MediaInImpl>(static_cast<int (MediaInImpl::*)(Buffer&, uint_t)>(&MediaInImpl::read)),
+              next++);
+    EXPECT_EQ(slot<MediaInImpl>(static_cast<int (MediaInImpl::*)(Buffer&)>(&MediaInImpl::read)), next++);
+    EXPECT_EQ(slot<MediaInImpl>(static_cast<int (MediaInImpl::*)(std::string&)>(&MediaInImpl::read)), next++);
+    EXPECT_EQ(slot<MediaInImpl>(static_cast<int (MediaInImpl::*)(Bytes, uint_t)>(&MediaInImpl::read)),
+              next++);
+    EXPECT_EQ(slot(&MediaInImpl::tell), next++);
+    EXPECT_EQ(slot(&MediaInImpl::setpos), next++);
+    EXPECT_EQ(slot(&MediaInImpl::write), next++);
+
+    next = 2;
+    EXPECT_EQ(slot<MediaOutImpl>(static_cast<void (MediaOutImpl::*)(Buffer const&)>(&MediaOutImpl::write)),
+              next++);
+    EXPECT_EQ(
+        slot<MediaOutImpl>(static_cast<void (MediaOutImpl::*)(ConstBytes, uint_t)>(&MediaOutImpl::write)),
+        next++);
+    EXPECT_EQ(slot(&MediaOutImpl::end), next++);
+    EXPECT_EQ(slot(&MediaOutImpl::characterSet), next++);
+    EXPECT_EQ(slot(&MediaOutImpl::tell), next++);
+    EXPECT_EQ(slot(&MediaOutImpl::setpos), next++);
+    EXPECT_EQ(slot(&MediaOutDecoratorImpl::attach), next++);
+    EXPECT_EQ(slot(&MediaOutDecoratorImpl::detach), next++);
+}
+
+TEST(MediaSlots, KeepTheOrderThatCompiledHandlesRelyOn) {
+    using Bytes = unsigned char*;
+    using ConstBytes = unsigned char const*;
+    int next = 2;
+    EXPECT_EQ(slot(&MediaIn::atEnd), next++);
+    EXPECT_EQ(slot(&MediaIn::peek), next++);
+    EXPECT_EQ(slot(&MediaIn::readline), next++);
+    EXPECT_EQ(slot<MediaIn>(static_cast<int (MediaIn::*)(Bytes, uint_t)>(&MediaIn::read)), next++);
+    EXPECT_EQ(slot<MediaIn>(static_cast<int (MediaIn::*)(Buffer&, uint_t)>(&MediaIn::read)), next++);
+    EXPECT_EQ(slot(&MediaIn::tell), next++);
+    EXPECT_EQ(slot(&MediaIn::setpos), next++);
+    EXPECT_EQ(slot(&MediaIn::write), next++);
+
+    next = 2;
+    EXPECT_EQ(slot<MediaOut>(static_cast<void (MediaOut::*)(Buffer const&)>(&MediaOut::write)), next++);
+    EXPECT_EQ(slot<MediaOut>(static_cast<void (MediaOut::*)(ConstBytes, uint_t)>(&MediaOut::write)), next++);
+    EXPECT_EQ(slot(&MediaOut::end), next++);
+    EXPECT_EQ(slot(&MediaOut::tell), next++);
+    EXPECT_EQ(slot(&MediaOut::setpos), next++);
+}
 
 TEST(MediaIn, InheritsAReadThatGivesNothing) {
     BareIn in;

@@ -2,6 +2,7 @@
 // Streams for tests: a sink that writes down what happens to it, a source that deals its bytes in pieces.
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <deque>
 #include <string>
@@ -22,6 +23,15 @@ inline Quillmark::Buffer buffer(std::string_view content) {
 
 inline unsigned char const* bytes(std::string_view content) {
     return reinterpret_cast<unsigned char const*>(content.data());
+}
+
+/// The place of a virtual operation in its class's table, where the destructor has the places 0 and 1. A
+/// pointer to such a member is one more than the distance in bytes.
+template <class Class, class Signature>
+int slot(Signature Class::*operation) {
+    std::ptrdiff_t distance = 0;
+    std::memcpy(&distance, &operation, sizeof distance);
+    return static_cast<int>((distance - 1) / static_cast<std::ptrdiff_t>(sizeof(void*)));
 }
 
 /// Everything that is left to read.
