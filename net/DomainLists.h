@@ -1,12 +1,43 @@
 #pragma once
 // The top-level-domain lists of the present configuration, asked without a lock and without a copy.
 
+#include <cstdint>
 #include <string_view>
+
+#include "include2/TopLevelDomain"
 
 namespace Quillmark {
 
-bool isCountryCodeSuffix(std::string_view name);        ///< "co.uk"
-bool isGenericSuffix(std::string_view name);            ///< "com"
-bool isInternationalisedSuffix(std::string_view name);  ///< "xn--p1ai"
+enum class DomainListKind : std::uint8_t { CountryCode, Generic, Internationalised };
+
+/// One look at the lists. Make it where it is needed: it belongs to its thread, and sees the
+/// configuration of the moment when it was made.
+class DomainLists {
+public:
+    DomainLists() noexcept;
+
+    bool hasCountryCode(std::string_view suffix) const { return has(DomainListKind::CountryCode, suffix); }
+    bool hasGeneric(std::string_view suffix) const { return has(DomainListKind::Generic, suffix); }
+    bool hasInternationalised(std::string_view suffix) const {
+        return has(DomainListKind::Internationalised, suffix);
+    }
+
+    /// The list itself, read when it has to be.
+    Handle<DomainNameList> list(DomainListKind kind) const;
+
+    /// The list of one kind that a thread saw last; it holds a reference.
+    struct Seen {
+        std::uint64_t stamp;
+        DomainNameList* list;
+    };
+
+private:
+    bool has(DomainListKind kind, std::string_view suffix) const;
+    DomainNameList* seenList(DomainListKind kind) const noexcept;
+
+    std::uint32_t volatile const* m_area;  ///< null where there is no configuration area
+    std::uint32_t m_generation;
+    Seen const* m_seen;  ///< this thread's, by kind
+};
 
 }  // namespace Quillmark

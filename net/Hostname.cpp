@@ -133,12 +133,13 @@ Split split(std::string_view name) {
     std::size_t const last = dotBefore(name.size());
     if (last == npos) return {};
     std::string_view const label = name.substr(last + 1);
-    auto const isSuffix = [label] { return isInternationalisedSuffix(label) || isGenericSuffix(label); };
+    DomainLists const lists;
+    auto const isSuffix = [&] { return lists.hasInternationalised(label) || lists.hasGeneric(label); };
 
     std::size_t const dot = dotBefore(last);
     if (dot == npos) return {{}, isSuffix() ? name : std::string_view()};
     Split const twoLabels{name.substr(0, dot), name.substr(dot + 1)};
-    if (isCountryCodeSuffix(twoLabels.domain)) {
+    if (lists.hasCountryCode(twoLabels.domain)) {
         std::size_t const dotAbove = dotBefore(dot);
         // Kept for the daemons: "shop.co.uk" is a domain as a whole, and its host is "shop" all the same.
         if (dotAbove == npos) return {twoLabels.host, name};

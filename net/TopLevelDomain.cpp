@@ -122,32 +122,45 @@ bool DomainNameList::contains(std::string_view name) const noexcept {
 
 namespace {
 
-constexpr char const countryCodePath[] = "/var/spool/etc/antispam/cctld";
-constexpr char const genericPath[] = "/var/spool/etc/antispam/gtld";
-constexpr char const internationalisedPath[] = "/var/spool/etc/antispam/idntld";
+constexpr std::size_t kinds = 3;
 
-/// The area's generation, and whether there is an area.
-struct Generation {
-    bool exists;
-    std::uint32_t number;
-};
-
-Generation presentGeneration() {
-    std::uint32_t volatile const* const area = __atomic_load_n(&nCfg_debug_zone, __ATOMIC_ACQUIRE);
-    if (!area) return {false, 0};
-    return {true, __atomic_load_n(area + QUILL_CFG_GENERATION_WORD, __ATOMIC_ACQUIRE)};
+std::size_t numberOf(DomainListKind kind) {
+    return static_cast<std::size_t>(kind);
 }
 
-/// The list of one kind that this thread saw last; it holds a reference.
 template <class List>
-struct Seen {
-    std::uint64_t stamp;
-    List* list;
-};
-// Trivial, so that looking at it is a read and no call. What it holds is given back by Farewell.
-template <class List>
-constinit thread_local Seen<List> seen{};
+Handle<DomainNameList> read(char const* path) {
+    return {new List(::quill_path(path)), false};
+}
 
+Handle<DomainNameList> read(DomainListKind kind) {
+    switch (kind) {
+    case DomainListKind::CountryCode:
+        return read<DomainNameCountryCodeContainer>("/var/spool/etc/antispam/cctld");
+    case DomainListKind::Generic: return read<DomainNameGenericCodeContainer>("/var/spool/etc/antispam/gtld");
+    case DomainListKind::Internationalised: break;
+    }
+    return read<DomainNameInternationalDomainNameCodeContainer>("/var/spool/etc/antispam/idntld");
+}
+
+/// The kind's list where there is no configuration area: read once, never destroyed.
+template <DomainListKind kind>
+Handle<DomainNameList> const& unchanging() {
+    static auto const& only = *new Handle<DomainNameList>(read(kind));
+    return only;
+}
+
+Handle<DomainNameList> const& unchanging(DomainListKind kind) {
+    switch (kind) {
+    case DomainListKind::CountryCode: return unchanging<DomainListKind::CountryCode>();
+    case DomainListKind::Generic: return unchanging<DomainListKind::Generic>();
+    case DomainListKind::Internationalised: break;
+    }
+    return unchanging<DomainListKind::Internationalised>();
+}
+
+// Trivial, so that looking at it is a read and no call. What it holds is given back by Farewell.
+constinit thread_local DomainLists::Seen seen[kinds] = {};
 constinit thread_local bool threadEnds = false;
 
 struct Farewell {
@@ -155,98 +168,93 @@ struct Farewell {
 
     ~Farewell() {
         threadEnds = true;
-        giveBack(seen<DomainNameCountryCodeContainer>);
-        giveBack(seen<DomainNameGenericCodeContainer>);
-        giveBack(seen<DomainNameInternationalDomainNameCodeContainer>);
-    }
-    template <class List>
-    static void giveBack(Seen<List>& last) {
-        if (last.list) last.list->release();
-        last = {};
+        for (DomainLists::Seen& last : seen) {
+            if (last.list) last.list->release();
+            last = {};
+        }
     }
 };
 thread_local Farewell farewell;
 
-/// What all threads share about one kind of list. Never destroyed: daemons end with threads running.
-template <class List>
+/// For each kind, how many lists were published, in the upper half, and the generation of the present one.
+constinit std::atomic<std::uint64_t> stamps[kinds] = {};
+
+std::uint32_t generationOf(std::uint64_t stamp) {
+    return static_cast<std::uint32_t>(stamp);
+}
+
+std::uint32_t generationOf(std::uint32_t volatile const* area) {
+    return __atomic_load_n(area + QUILL_CFG_GENERATION_WORD, __ATOMIC_ACQUIRE);
+}
+
+/// What all threads share about one kind of list.
 class Published {
 public:
-    static bool contains(std::string_view name) {
-        Generation const generation = presentGeneration();
-        if (!generation.exists) return unchanging().contains(name);
-        if (List const* const list = seenLast(generation)) return list->contains(name);
-        return instance().present()->contains(name);
-    }
-
-    static Ref<List> current() {
-        Generation const generation = presentGeneration();
-        if (!generation.exists) return {&unchanging(), true};
-        if (List* const list = seenLast(generation)) return {list, true};
-        return {instance().present().get(), true};
-    }
-
-private:
-    Published() = default;
-
-    static Published& instance() {
-        static Published& only = *new Published;
-        return only;
-    }
-
-    /// Where there is no configuration area, the list is read once.
-    static List& unchanging() {
-        static List& only = *new List(::quill_path(path));
-        return only;
-    }
-
-    static List* seenLast(Generation generation) {
-        Seen<List> const& last = seen<List>;
-        bool const isPresent = last.list && last.stamp == s_stamp.load(std::memory_order_acquire) &&
-                               static_cast<std::uint32_t>(last.stamp) == generation.number;
-        return isPresent ? last.list : nullptr;
-    }
-
-    Handle<List> present() {
+    /// The present list, read when it has to be and remembered for this thread.
+    Handle<DomainNameList> list(DomainListKind kind, std::uint32_t volatile const* area) {
+        std::atomic<std::uint64_t>& shared = stamps[numberOf(kind)];
         Synchronized const guard(m_lock);
-        std::uint32_t const generation = presentGeneration().number;  // before the file is opened
-        std::uint64_t stamp = s_stamp.load(std::memory_order_relaxed);
-        if (!m_slots[m_index] || static_cast<std::uint32_t>(stamp) != generation) {
-            Handle<List> fresh(new List(::quill_path(path)), false);
+        std::uint64_t stamp = shared.load(std::memory_order_relaxed);
+        std::uint32_t const generation = generationOf(area);  // before the file is opened
+        if (!m_slots[m_index] || generationOf(stamp) != generation) {
+            Handle<DomainNameList> fresh = read(kind);
             m_index = 1 - m_index;
             m_slots[m_index] = std::move(fresh);
             stamp = ((stamp >> 32) + 1) << 32 | generation;
-            s_stamp.store(stamp, std::memory_order_release);
+            shared.store(stamp, std::memory_order_release);
         }
-        remember(stamp);
-        return m_slots[m_index];
+        Handle<DomainNameList> list = m_slots[m_index];
+        if (!threadEnds) {
+            farewell.isNeeded = true;
+            DomainLists::Seen& last = seen[numberOf(kind)];
+            if (last.list) last.list->release();
+            list->addReference();
+            last = {stamp, list.get()};
+        }
+        return list;
     }
 
-    void remember(std::uint64_t stamp) const {
-        if (threadEnds) return;
-        farewell.isNeeded = true;
-        Handle<List> const list(m_slots[m_index]);
-        Farewell::giveBack(seen<List>);
-        list->addReference();
-        seen<List> = {stamp, list.get()};
-    }
-
-    static char const* const path;
-    /// How many lists were published, in the upper half, and the generation of the present one.
-    static inline constinit std::atomic<std::uint64_t> s_stamp{0};
-
+private:
     Mutex m_lock;
-    Handle<List> m_slots[2];  ///< the present list and the one before it
+    Handle<DomainNameList> m_slots[2];  ///< the present list and the one before it
     unsigned int m_index = 0;
 };
 
-template <>
-char const* const Published<DomainNameCountryCodeContainer>::path = countryCodePath;
-template <>
-char const* const Published<DomainNameGenericCodeContainer>::path = genericPath;
-template <>
-char const* const Published<DomainNameInternationalDomainNameCodeContainer>::path = internationalisedPath;
+Published& published(DomainListKind kind) {
+    static Published* const all = new Published[kinds];  // never destroyed: daemons end with threads running
+    return all[numberOf(kind)];
+}
+
+template <class List>
+Ref<List> present(DomainListKind kind) {
+    return {static_cast<List*>(DomainLists().list(kind).get()), true};
+}
 
 }  // namespace
+
+DomainLists::DomainLists() noexcept
+    : m_area(__atomic_load_n(&nCfg_debug_zone, __ATOMIC_ACQUIRE)),
+      m_generation(m_area ? generationOf(m_area) : 0),
+      m_seen(seen) {}
+
+DomainNameList* DomainLists::seenList(DomainListKind kind) const noexcept {
+    Seen const& last = m_seen[numberOf(kind)];
+    bool const isPresent = last.list && generationOf(last.stamp) == m_generation &&
+                           last.stamp == stamps[numberOf(kind)].load(std::memory_order_acquire);
+    return isPresent ? last.list : nullptr;
+}
+
+bool DomainLists::has(DomainListKind kind, std::string_view suffix) const {
+    if (!m_area) return unchanging(kind)->contains(suffix);
+    if (DomainNameList const* const list = seenList(kind)) return list->contains(suffix);
+    return published(kind).list(kind, m_area)->contains(suffix);
+}
+
+Handle<DomainNameList> DomainLists::list(DomainListKind kind) const {
+    if (!m_area) return unchanging(kind);
+    if (DomainNameList* const list = seenList(kind)) return {list, true};
+    return published(kind).list(kind, m_area);
+}
 
 DomainNameCountryCodeContainer::DomainNameCountryCodeContainer(std::string const& path)
     : DomainNameList(path, "/etc/cctld",
@@ -263,28 +271,16 @@ DomainNameInternationalDomainNameCodeContainer::DomainNameInternationalDomainNam
                      "DomainNameCountryCodeContainer: Could not open TopLevelDomain file") {}
 
 Ref<DomainNameCountryCodeContainer> DomainNameCountryCodeContainer::instance() {
-    return Published<DomainNameCountryCodeContainer>::current();
+    return present<DomainNameCountryCodeContainer>(DomainListKind::CountryCode);
 }
 
 Ref<DomainNameGenericCodeContainer> DomainNameGenericCodeContainer::instance() {
-    return Published<DomainNameGenericCodeContainer>::current();
+    return present<DomainNameGenericCodeContainer>(DomainListKind::Generic);
 }
 
 Ref<DomainNameInternationalDomainNameCodeContainer>
 DomainNameInternationalDomainNameCodeContainer::instance() {
-    return Published<DomainNameInternationalDomainNameCodeContainer>::current();
-}
-
-bool isCountryCodeSuffix(std::string_view name) {
-    return Published<DomainNameCountryCodeContainer>::contains(name);
-}
-
-bool isGenericSuffix(std::string_view name) {
-    return Published<DomainNameGenericCodeContainer>::contains(name);
-}
-
-bool isInternationalisedSuffix(std::string_view name) {
-    return Published<DomainNameInternationalDomainNameCodeContainer>::contains(name);
+    return present<DomainNameInternationalDomainNameCodeContainer>(DomainListKind::Internationalised);
 }
 
 }  // namespace Quillmark
