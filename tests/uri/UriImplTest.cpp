@@ -1,0 +1,242 @@
+#include <cerrno>
+#include <set>
+#include <thread>
+
+#include "include2/Uri"
+#include "tests/support/Support.h"
+
+using namespace Quillmark;
+using QuillmarkTest::failureOf;
+
+namespace {
+
+struct Conversion {
+    std::string from;
+    std::string to;
+};
+
+TEST(UriTables, GiveTheValueOfEveryHexadecimalDigit) {
+    for (int byte = 0; byte < 256; ++byte) {
+        std::string const digits = "0123456789abcdef";
+        std::size_t const value =
+            digits.find(static_cast<char>(byte >= 'A' && byte <= 'F' ? byte + 32 : byte));
+        EXPECT_EQ(UriImpl::s_HexValues[static_cast<std::size_t>(byte)],
+                  value != std::string::npos ? static_cast<int>(value) : -1)
+            << byte;
+    }
+}
+
+TEST(UriTables, KeepPrintableAsciiAndDropTheRest) {
+    for (std::size_t byte = 0; byte < 256; ++byte)
+        EXPECT_EQ(UriImpl::s_table[byte], byte >= 0x20 && byte <= 0x7e ? byte : 0) << byte;
+}
+
+Conversion const escapes[] = {
+    {"", ""},
+    {"http://example.com/a b", "http://example.com/a b"},
+    {"a\rb", "a\rb"},                                        // no LF: left alone
+    {"htt\np://exa\r\nmple.com/\r", "http://example.com/"},  // with a LF every CR goes, too
+    {"http://%77%77%77.example.com/a%20b", "http://www.example.com/a b"},
+    {"http://%41host/", "http://Ahost/"},
+    {"http://host/%41", "http://host/%41"},    // the first one is in the path
+    {"http://host/\n%41", "http://host/%41"},  // though the line end goes
+    {"/\n/host/%41", "//host/%41"},
+    {"http:///%41", "http:///%41"},
+    {"http://host?%41", "http://host?%41"},
+    {"mailto:a?b=%41", "mailto:a?b=%41"},
+    {"http://host#%41", "http://host#A"},
+    {"%68ttp://host/", "http://host/"},
+    {"a/b%41", "a/bA"},  // no "//", so no path
+    {"http://h%6Fst%2Fx?y%3f", "http://host/x?y?"},
+    {"http://%2577", "http://%77"},         // decoded once
+    {"//%7e%20%7F%00%0a%80%ff.", "//~ ."},  // only printable ASCII
+    {"//%4", "//"},
+    {"//%", "//"},
+    {"//%4zb", "//b"},
+    {"//%zb", "//b"},
+    {"//%%41", "//41"},
+    {"//%4%41", "//41"},
+    {"//%\r4\r1\r.", "//A."},  // a CR inside an escape
+    {"//%\n41", "//A"},
+    {"//%\xc3\xa9", "//\xa9"},
+    {"//%4\xc3\xa9", "//\xa9"},
+    {"//\xc3\xa9%41",
+     "//\xc3\xa9"
+     "A"},
+};
+
+TEST(UriCleanUp, DecodesEscapesInSchemeAndAuthority) {
+    for (auto const& [from, to] : escapes) EXPECT_EQ(UriImpl::convertEscaped(from), to) << from;
+}
+
+Conversion const references[] = {
+    {"", ""},
+    {"a&b#c", "a&b#c"},
+    {"&#104;&#116;", "ht"},
+    {"&#104&#116", "ht"},
+    {"x&#65;BC", "xABC"},
+    {"&#65BC", "A"},  // hexadecimal digits are collected but not read
+    {"&#65BC;D", "AD"},
+    {"&#x68;", "x68;"},
+    {"&#;", ""},
+    {"&#", ""},
+    {"a&#", "a"},
+    {"&#0;", ""},
+    {"&#300;", ""},
+    {"&#255;", ""},
+    {"&#254;", ""},
+    {"&#31;&#32;&#126;&#127;", " ~"},
+    {"&#00065;", "A"},
+    {"&#18446744073709551681;", ""},
+    {"&#65.", "A."},
+    {"&#65\n.", "A."},  // what ends a reference is kept if it is printable
+    {"&#65\xc3\xa9", "A\xa9"},
+    {"&#65&b", "A&b"},
+    {"&#&#65;", "A"},
+    {"\xc3\xa9\n&#65;\xc3\xa9\n", "\xc3\xa9\nA\xc3\xa9\n"},  // nothing else changes
+    {"&#38;#65;", "&#65;"},                                  // decoded once
+};
+
+TEST(UriCleanUp, DecodesCharacterReferences) {
+    for (auto const& [from, to] : references) EXPECT_EQ(UriImpl::convertEncodedChars(from), to) << from;
+}
+
+TEST(UriCleanUp, DecodesEscapesBeforeCharacterReferences) {
+    EXPECT_EQ(Uri("http://%26#97;.example.com/").asString(), "http://a.example.com/");
+    EXPECT_EQ(Uri("http://&#37;61.example.com/").asString(), "http://%61.example.com/");
+}
+
+TEST(Uri, TakesAsManyBytesAsItIsTold) {
+    EXPECT_EQ(Uri("http://example.com/path", 20).asString(), "http://example.com/p");
+    EXPECT_EQ(UriImpl("http://example.com/path", 19).asString(), "http://example.com/");
+    EXPECT_EQ(Uri(std::string("http://example.com/\0x", 21)).path(), std::string("/\0x", 3));
+}
+
+TEST(Uri, TakesANullPointerWithoutLengthForTheEmptyText) {
+    Uri const uri(nullptr, 0);
+    EXPECT_FALSE(uri.isNull());
+    EXPECT_EQ(failureOf([&] { uri.scheme(); }), "UriException( 5 ) , UriImpl");
+}
+
+TEST(Uri, RefusesANullPointerWithALength) {
+    EXPECT_EQ(failureOf([] { Uri(nullptr, 1); }), "UriException( 2 ) , UriImpl");
+}
+
+struct Look {
+    char const* accessor;
+    void (*look)(Uri const& uri);
+};
+
+Look const looks[] = {
+    {"asString", [](Uri const& uri) { uri.asString(); }},
+    {"idn", [](Uri const& uri) { uri.idn(); }},
+    {"scheme", [](Uri const& uri) { uri.scheme(); }},
+    {"user", [](Uri const& uri) { uri.user(); }},
+    {"password", [](Uri const& uri) { uri.password(); }},
+    {"host", [](Uri const& uri) { uri.host(); }},
+    {"hostname", [](Uri const& uri) { uri.hostname(); }},
+    {"domain", [](Uri const& uri) { uri.domain(); }},
+    {"hostnameIsAnIpAddress", [](Uri const& uri) { uri.hostnameIsAnIpAddress(); }},
+    {"path", [](Uri const& uri) { uri.path(); }},
+    {"query", [](Uri const& uri) { uri.query(); }},
+    {"fragment", [](Uri const& uri) { uri.fragment(); }},
+    {"pathQueryFragment", [](Uri const& uri) { uri.pathQueryFragment(); }},
+    {"port", [](Uri const& uri) { uri.port(); }},
+    {"headers", [](Uri const& uri) { uri.headers(); }},
+    {"emailAddresses", [](Uri const& uri) { uri.emailAddresses(); }},
+    {"comparisonString", [](Uri const& uri) { uri.comparisonString(); }},
+    {"canonicalized", [](Uri const& uri) { uri.canonicalized(); }},
+};
+
+TEST(Uri, ThrowsForATextWithoutSlashesOnlyWhenItIsLookedAt) {
+    Uri const uri("www.example.com");
+    for (int round = 0; round < 2; ++round) {
+        for (auto const& [accessor, look] : looks)
+            EXPECT_EQ(failureOf([&, look = look] { look(uri); }),
+                      "UriException( 5 ) , UriImpl \"www.example.com\"")
+                << accessor;
+    }
+}
+
+TEST(Uri, ThrowsFromEveryAccessorOfANullLink) {
+    Uri const null;
+    EXPECT_TRUE(null.isNull());
+    for (auto const& [accessor, look] : looks)
+        EXPECT_EQ(failureOf([&, look = look] { look(null); }), "( 1 ) , UriImpl") << accessor;
+    EXPECT_EQ(failureOf([&] { *null; }), "( 1 ) , UriImpl");
+}
+
+TEST(Uri, SharesItsImplementationAmongCopies) {
+    Uri const uri("http://example.com/");
+    Uri copy(uri);
+    Uri assigned;
+    assigned = copy;
+    EXPECT_EQ(&*assigned, &*uri);
+    Uri const moved(std::move(copy));
+    EXPECT_EQ(&*moved, &*uri);
+    EXPECT_EQ((*uri).count(), 3u);
+}
+
+TEST(Uri, ComparesByTheComparisonString) {
+    Uri const a("HTTP://Example.COM/Path?Q#F");
+    Uri const b("http://example.com/Path?q#f");
+    Uri const c("http://example.com/path?q#f");
+    EXPECT_TRUE(a == b && !(a != b) && !(a < b) && !(b < a));
+    EXPECT_TRUE(a != c && !(a == c) && a < c && !(c < a));
+    EXPECT_TRUE(*a == *b && *a != *c && *a < *c);
+    EXPECT_EQ(std::set<Uri>({a, b, c}).size(), 2u);
+}
+
+TEST(Uri, OrdersBytesAsUnsignedAndTheShorterFirst) {
+    EXPECT_LT(Uri("http://example.com/a"), Uri("http://example.com/a\xc3\xa9"));
+    EXPECT_LT(Uri("http://example.com/z"), Uri("http://example.com/\xc3\xa9"));
+}
+
+TEST(Uri, OrdersNullBeforeEverything) {
+    Uri const null;
+    Uri const uri("http://example.com/");
+    EXPECT_TRUE(null < uri && !(uri < null) && !(null < Uri()));
+    EXPECT_TRUE(null == Uri() && !(null != Uri()));
+    EXPECT_TRUE(null != uri && uri != null && !(null == uri) && !(uri == null));
+}
+
+TEST(Uri, ThrowsWhenALinkThatCannotBeParsedIsCompared) {
+    Uri const bad("nothing");
+    Uri const good("http://example.com/");
+    EXPECT_EQ(failureOf([&] { static_cast<void>(bad == good); }), "UriException( 5 ) , UriImpl \"nothing\"");
+    EXPECT_EQ(failureOf([&] { static_cast<void>(good < bad); }), "UriException( 5 ) , UriImpl \"nothing\"");
+    EXPECT_TRUE(Uri() < bad && bad != Uri());
+}
+
+// Any accessor prepares a link for other threads: the thread sanitizer sees that none of them writes.
+TEST(Uri, WritesNothingOnASecondLook) {
+    Uri const uris[] = {Uri("http://u:p@b\xc3\xbc"
+                            "cher.example:80/p?q#f"),
+                        Uri("mailto:a@b.example?cc=c@d.example")};
+    for (Uri const& uri : uris) uri.port();
+    auto const lookAtAll = [&] {
+        for (Uri const& uri : uris) {
+            std::string all = uri.asString() + uri.idn() + uri.scheme() + uri.user() + uri.password() +
+                              uri.hostname() + uri.domain() + uri.host().host() + uri.path() + uri.query() +
+                              uri.fragment() + uri.pathQueryFragment() + uri.canonicalized();
+            for (EmailAddress const& address : uri.emailAddresses())
+                all += address.address() + address.asString();
+            for (TypeAndValue const& header : uri.headers()) all += header.type() + header.value();
+            EXPECT_FALSE(all.empty());
+            EXPECT_FALSE(uri.hostnameIsAnIpAddress());
+            EXPECT_EQ(uri, Uri(uri));
+        }
+    };
+    std::thread first(lookAtAll);
+    std::thread second(lookAtAll);
+    first.join();
+    second.join();
+}
+
+TEST(Uri, LeavesErrnoAlone) {
+    errno = EINTR;
+    EXPECT_EQ(Uri("http://example.com:99999999999999999999/").port(), -1);
+    EXPECT_EQ(errno, EINTR);
+}
+
+}  // namespace

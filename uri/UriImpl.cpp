@@ -1,0 +1,166 @@
+#include "include2/Uri"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "foundation/ByteSet.h"
+#include "foundation/Fail.h"
+#include "uri/UriParse.h"
+
+namespace Quillmark {
+
+namespace {
+
+constexpr auto npos = std::string::npos;
+constexpr Site here{"UriImpl", 0};
+
+constexpr std::array<int, 256> hexValues() {
+    std::array<int, 256> values{};
+    for (int& value : values) value = -1;
+    for (std::size_t i = 0; i < 10; ++i) values['0' + i] = static_cast<int>(i);
+    for (std::size_t i = 0; i < 6; ++i) values['A' + i] = values['a' + i] = static_cast<int>(10 + i);
+    return values;
+}
+
+constexpr std::array<unsigned char, 256> printable() {
+    std::array<unsigned char, 256> table{};
+    for (unsigned char byte = 0x20; byte <= 0x7e; ++byte) table[byte] = byte;
+    return table;
+}
+
+void appendPrintable(std::string& text, std::size_t byte) {
+    unsigned char const kept = UriImpl::s_table[byte];
+    if (kept != 0) text += static_cast<char>(kept);
+}
+
+// Only an escape in the scheme or the authority hides where a link leads; one in the path or the query
+// belongs to the link.
+bool escapeStandsBeforePath(std::string const& text, std::size_t escape) {
+    std::size_t const slashes = text.find("//");
+    return (slashes == npos || text.find('/', slashes + 2) > escape) && text.find('?') > escape;
+}
+
+// What the escapes in a text that begins with "%" stand for; see convertEscaped.
+std::string withoutEscapes(std::string_view text) {
+    enum class State {
+        Plain,        // outside an escape
+        FirstDigit,   // past the "%"
+        SecondDigit,  // past the "%" and one digit
+    } state = State::Plain;
+    std::string result;
+    std::size_t high = 0;
+    for (char const c : text) {
+        if (c == '\r') continue;
+        auto const byte = static_cast<unsigned char>(c);
+        int const digit = UriImpl::s_HexValues[byte];
+        switch (state) {
+        case State::Plain:
+            if (c == '%') {
+                state = State::FirstDigit;
+            } else if (c != '\n') {
+                result += c;
+            }
+            break;
+        case State::FirstDigit:
+            high = static_cast<std::size_t>(std::max(digit, 0)) << 4;
+            state = digit < 0 ? State::Plain : State::SecondDigit;
+            break;
+        case State::SecondDigit:
+            if (digit >= 0) appendPrintable(result, high | static_cast<std::size_t>(digit));
+            state = State::Plain;
+            break;
+        }
+    }
+    return result;
+}
+
+}  // namespace
+
+constinit std::array<int, 256> const UriImpl::s_HexValues = hexValues();
+constinit std::array<unsigned char, 256> const UriImpl::s_table = printable();
+static_assert(hexValues()['f'] == 15 && hexValues()['g'] == -1 && hexValues()[0xff] == -1);
+static_assert(printable()[' '] == ' ' && printable()['~'] == '~' && printable()[0x7f] == 0);
+
+UriImpl::UriImpl(std::string const& text) : m_text(convertEncodedChars(convertEscaped(text))) {}
+
+UriImpl::UriImpl(char const* text, unsigned int length) {
+    if (text == nullptr && length != 0) fail<UriException>(BadArgument, here);
+    if (text != nullptr) m_text = convertEncodedChars(convertEscaped(std::string(text, length)));
+}
+
+UriImpl::~UriImpl() = default;
+
+std::string const& UriImpl::asString() const {
+    static_cast<void>(parts());
+    return m_text;
+}
+
+// Everything that can fail comes first, so that a link is parsed whole or not at all. The comparison
+// string is part of it: whoever shares a link after any accessor shares a value that stays as it is.
+void UriImpl::parse() const {
+    UriParts parsed = parseUri(m_text);
+    if (!parsed.host.isNull() && !parsed.host.idn().empty()) {
+        parsed.idn = parsed.comparison;
+        parsed.idn.swap(m_text);
+    }
+    m_parts = std::move(parsed);
+    m_parsed = true;
+}
+
+std::string UriImpl::convertEscaped(std::string const& text) {
+    std::string copy = text;
+    if (copy.find('\n') != npos) {
+        copy.erase(std::remove_if(copy.begin(), copy.end(), [](char c) { return c == '\r' || c == '\n'; }),
+                   copy.end());
+    }
+    std::size_t const escape = copy.find('%');
+    if (escape == npos || !escapeStandsBeforePath(copy, escape)) return copy;
+    return copy.substr(0, escape) + withoutEscapes(std::string_view(copy).substr(escape));
+}
+
+std::string UriImpl::convertEncodedChars(std::string const& text) {
+    std::size_t reference = text.find("&#");
+    if (reference == npos) return text;
+    std::string result;
+    std::size_t done = 0;
+    for (; reference != npos; reference = text.find("&#", done)) {
+        result.append(text, done, reference - done);
+        // Kept for the daemons: hexadecimal digits belong to the reference, but are read as a decimal
+        // number, which ends at the first letter.
+        std::size_t value = 0;
+        bool decimal = true;
+        std::size_t i = reference + 2;
+        for (; i < text.size() && s_HexValues[static_cast<unsigned char>(text[i])] >= 0; ++i) {
+            int const digit = s_HexValues[static_cast<unsigned char>(text[i])];
+            decimal = decimal && digit < 10;
+            if (decimal && value < 255) value = value * 10 + static_cast<std::size_t>(digit);
+        }
+        if (value < 255) appendPrintable(result, value);
+        done = i;
+        if (i == text.size() || text[i] == '&') continue;
+        if (text[i] != ';') appendPrintable(result, static_cast<unsigned char>(text[i]));
+        ++done;
+    }
+    return result.append(text, done);
+}
+
+Uri::Uri(std::string const& text) : m_impl(new UriImpl(text), false) {}
+
+Uri::Uri(char const* text, unsigned int length) : m_impl(new UriImpl(text, length), false) {}
+
+bool Uri::operator==(Uri const& other) const {
+    if (isNull() || other.isNull()) return isNull() == other.isNull();
+    return *m_impl == *other.m_impl;
+}
+
+bool Uri::operator<(Uri const& other) const {
+    if (isNull() || other.isNull()) return isNull() && !other.isNull();
+    return *m_impl < *other.m_impl;
+}
+
+void Uri::refuseNull() {
+    fail("", NullHandle, here);
+}
+
+}  // namespace Quillmark
