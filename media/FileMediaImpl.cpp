@@ -162,16 +162,21 @@ TempFileMediaOutImpl::~TempFileMediaOutImpl() {
 
 // The C library throws away the bytes that it could not flush and takes later ones again, so a stream that
 // has failed once is not used any more.
-void TempFileMediaOutImpl::writeFailed() {
+void TempFileMediaOutImpl::expect(bool success) {
+    if (success) return;
     m_lost = true;
-    Quillmark::writeFailed();
+    writeFailed();
+}
+
+void TempFileMediaOutImpl::expectOpen() const {
+    if (!m_stream || m_lost) writeFailed();
 }
 
 void TempFileMediaOutImpl::write(unsigned char const* data, uint_t n) {
-    if (!m_stream || m_lost) writeFailed();
+    expectOpen();
     if (n == 0) return;
     refuseNothingAt(data, n);
-    if (std::fwrite(data, 1, n, m_stream) != n) writeFailed();
+    expect(std::fwrite(data, 1, n, m_stream) == n);
     m_written += std::min(n, UINT32_MAX - m_written);
 }
 
@@ -184,16 +189,19 @@ ulong_t TempFileMediaOutImpl::tell() const {
 }
 
 void TempFileMediaOutImpl::setpos(ulong_t position) {
-    if (!m_stream || m_lost || ::fseeko(m_stream, seekable(position), SEEK_SET) != 0) writeFailed();
+    expectOpen();
+    expect(::fseeko(m_stream, seekable(position), SEEK_SET) == 0);
 }
 
 void TempFileMediaOutImpl::flush() {
-    if (!m_stream || m_lost || std::fflush(m_stream) != 0) writeFailed();
+    expectOpen();
+    expect(std::fflush(m_stream) == 0);
 }
 
 void TempFileMediaOutImpl::close() {
     std::FILE* const stream = std::exchange(m_stream, nullptr);
-    if ((stream && std::fclose(stream) != 0) || m_lost) writeFailed();
+    bool const closed = !stream || std::fclose(stream) == 0;
+    expect(closed && !m_lost);
 }
 
 TempFileMediaOut::TempFileMediaOut() noexcept = default;
