@@ -1,0 +1,18 @@
+#pragma once
+// The address helper with a door for tests: they look on while a text is made, or make it fail.
+
+#include <functional>
+
+namespace QuillmarkTest {
+
+/// As long as it lives, the hook is asked before an address or a mask is printed: false makes the helper
+/// fail. One at a time.
+class PrintingHook {
+public:
+    explicit PrintingHook(std::function<bool()> hook);
+    ~PrintingHook();
+    PrintingHook(PrintingHook const&) = delete;
+    PrintingHook& operator=(PrintingHook const&) = delete;
+};
+
+}  // namespace QuillmarkTest
