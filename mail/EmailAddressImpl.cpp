@@ -1,8 +1,9 @@
+#include "include2/EmailAddress"
+
 #include <mutex>
 #include <ostream>
 
 #include "foundation/Fail.h"
-#include "include2/EmailAddress"
 #include "mail/ListReader.h"
 #include "mail/PathReader.h"
 #include "platform/quill_string.h"

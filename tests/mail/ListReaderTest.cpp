@@ -460,10 +460,11 @@ TEST(HeaderList, TakesLinearTimeAndNoStackForHostileText) {
         EXPECT_EQ(EmailAddress::rfc5322ParseList(repeated("N <a@x.example>, ", many), false).size(), many);
         EXPECT_EQ(EmailAddress::rfc5322ParseList(repeated("a@x.example;", many), std::string(";")).size(),
                   many);
+        EXPECT_EQ(listByQueue(repeated("N <a@x.example>, ", many), false, "").size(), many);
         for (std::string const piece :
              {",",  ";",  "\"\"", "\\", " ", "<",    ">",  "@",  ":",  ".",     "a,",  "a ,,",
               "[]", "()", "(",    "\"", "[", "\"\\", " ,", " .", "@,", "a\r\n", "@a ", "a@ "}) {
-            std::string const text = repeated(piece, 2 * many);
+            std::string const text = repeated(piece, many);
             EXPECT_LE(EmailAddress::rfc5322ParseList(text + "x@y.example", false).size(), 2u) << piece;
             EXPECT_LE(EmailAddress::rfc5322ParseList("x@y.example," + text, false).size(), 2u) << piece;
             EXPECT_LE(EmailAddress::rfc5322ParseList(text + "<x@y.example>", std::string("x")).size(), 2u)
