@@ -267,13 +267,19 @@ TEST(ParseRfc5321, RefusesTokensThatNoTextGives) {
 
 TEST(DomainLiteral, IsAnAddressInBrackets) {
     for (std::string text : {"[192.0.2.1]", "[ 192.0.2.1 ]", "[\t::1\r\n]", "[ipv6:::1]", "[2001:db8::1]",
-                             "[ipv6:192.0.2.1]", "[123456]", "[0x7f.0.0.1]"})
+                             "[ipv6:192.0.2.1]", "[\v192.0.2.1\f]", "[123456]", "[0x7f.0.0.1]"})
         EXPECT_TRUE(s_isValidDomainLiteral(text)) << text;
     for (std::string text : {"", "[", "]", "[]", "[ ]", "192.0.2.1", "[192.0.2.1", "192.0.2.1]",
                              "[192.0.2.1]]", "[192.0.2.1] ", " [192.0.2.1]", "[192.0.2.256]", "[IPv6:::1]",
                              "[IPV6:::1]", "[ipv6: ::1]", "[ipv6 :::1]", "[ipv6:]", "[a]", "[1.2.3]"})
         EXPECT_FALSE(s_isValidDomainLiteral(text)) << text;
     EXPECT_FALSE(s_isValidDomainLiteral(std::string("[::1\0]", 6)));
+}
+
+TEST(DomainLiteral, KeepsToALowerCasePrefixForPeers) {
+    EXPECT_TRUE(s_isValidDomainLiteral("[ipv6:2001:db8::1]"));
+    EXPECT_FALSE(s_isValidDomainLiteral("[IPv6:2001:db8::1]"));
+    EXPECT_FALSE(s_isValidDomainLiteral("[IPV6:2001:db8::1]"));
 }
 
 TEST(EnvelopePath, ReadsTextAsTheParserOverTokensDoes) {
