@@ -3,7 +3,9 @@
 #include "include2/Exception"
 
 #include <algorithm>
+#include <cstdlib>
 #include <ostream>
+#include <string_view>
 #include <unordered_set>
 #include <utility>
 
@@ -66,7 +68,7 @@ Exception::Exception(std::string const& title, int error, char const* fileName, 
 }
 
 Exception::Exception(Exception const& other) noexcept : m_impl(other.m_impl) {
-    if (m_impl) m_impl->count.fetch_add(1);
+    if (m_impl && m_impl->count.fetch_add(1) == UINT32_MAX) std::abort();  // a leak without end
 }
 
 Exception::Exception(Exception&& other) noexcept : m_impl(std::exchange(other.m_impl, nullptr)) {}
@@ -183,7 +185,8 @@ std::ostream& operator<<(std::ostream& out, Exception& exception) {
 }
 
 std::ostream& operator<<(std::ostream& out, std::exception& exception) {
-    return out << exception.what();
+    std::string_view const text = exception.what();
+    return out.write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
 BufferException::BufferException(int error, char const* fileName, unsigned int lineNumber)

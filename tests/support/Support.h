@@ -2,6 +2,7 @@
 // What every test may use: failures as text, a directory of its own, the descriptors that are open.
 
 #include <cstddef>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -40,6 +41,15 @@ std::size_t openDescriptors();
 /// Runs @p action on a thread whose stack has @p bytes, and waits for it. Whoever recurses on input
 /// does not come back from here.
 void onSmallStack(std::size_t bytes, std::function<void()> const& action);
+
+/// The place of a virtual operation in the table of its class. The destructor takes 0 and 1.
+template <class Operation>
+std::size_t slotOf(Operation operation) {
+    std::ptrdiff_t word = 0;  // the platform's C++ ABI: one more than the distance into the table
+    static_assert(sizeof operation >= sizeof word);
+    std::memcpy(&word, &operation, sizeof word);
+    return static_cast<std::size_t>(word - 1) / sizeof(void*);
+}
 
 /// The bytes as lower-case hexadecimal digits.
 std::string hex(std::string_view bytes);
