@@ -23,6 +23,36 @@ extern "C" {
 
 /* ---- MD5 ------------------------------------------------------------------------------------ */
 
+/** A digest in the making (RFC 1321). One thread at a time. */
+typedef void quill_md5_hasher;
+
+#define QUILL_MD5_DIGEST_SIZE 16u     /**< bytes */
+#define QUILL_MD5_HEX_STRING_SIZE 33u /**< digits and the 0 behind them */
+
+/** A new hasher, for quill_md5_hasher_destroy; null when there is no memory. */
+QUILL_EXPORT quill_md5_hasher* quill_md5_hasher_create(void);
+/** Frees a hasher. Null is left alone. */
+QUILL_EXPORT void quill_md5_hasher_destroy(quill_md5_hasher* hasher);
+
+/* All others give 0, or -1 for a null hasher and for what their comments name. */
+
+/** Adds @p length bytes; -1 after quill_md5_hasher_finalize, and for null data with a length. */
+QUILL_EXPORT int quill_md5_hasher_update(quill_md5_hasher* hasher, unsigned char const* data,
+                                         unsigned int length);
+/** Finishes the digest; -1 the second time. */
+QUILL_EXPORT int quill_md5_hasher_finalize(quill_md5_hasher* hasher);
+/** Writes the 16 bytes of the digest, zeros when it is not finished; -1 and nothing written for a null
+ *  @p output and for a @p size below 16. */
+QUILL_EXPORT int quill_md5_hasher_get_digest(quill_md5_hasher* hasher, unsigned char* output,
+                                             unsigned int size);
+/** Writes the digest in hexadecimal, cut to size - 1 digits, always terminated; the empty text when it
+ *  is not finished. -1 for a null @p output and a @p size of 0. */
+QUILL_EXPORT int quill_md5_hasher_get_digest_hex_string(quill_md5_hasher* hasher, char* output,
+                                                        unsigned int size);
+/** Scrambles a finished digest: its first 32-bit word becomes word ^ key, the other three the former
+ *  first word. -1 when it is not finished. */
+QUILL_EXPORT int quill_md5_hasher_xor_digest(quill_md5_hasher* hasher, unsigned int key);
+
 /* ---- Base64 files --------------------------------------------------------------------------- */
 
 /* Base64 (RFC 2045) of whole files: encode writes lines of 76 characters that end in a line feed, decode
