@@ -274,8 +274,8 @@ Buffer::Buffer(void const* data, unsigned int size, bool wrap) : m_impl(newFille
 Buffer::Buffer(Buffer const& other) noexcept : m_impl(share(other.m_impl)) {}
 
 Buffer& Buffer::operator=(Buffer const& other) noexcept {
-    BufferImpl* const former = std::exchange(m_impl, share(other.m_impl));
-    release(former);
+    Buffer copy(other);
+    std::swap(m_impl, copy.m_impl);
     return *this;
 }
 
@@ -284,6 +284,12 @@ Buffer::~Buffer() {
 }
 
 void Buffer::append(unsigned char byte) {
+    BufferImpl& record = *m_impl;
+    uint_t const limit = record.maxSize == 0 ? record.allocated : std::min(record.maxSize, record.allocated);
+    if (!record.protectedMode && record.length < limit) {  // as mostly
+        record.data[record.length++] = byte;
+        return;
+    }
     Former const former = forChange(m_impl);
     appendBytes(*m_impl, &byte, 1);
 }
@@ -595,6 +601,8 @@ void LineBuffer::getLine(Buffer& line, unsigned char delimiter) const {
 PartialBuffer::PartialBuffer() : Buffer(nothing, 0, true), m_offset(0) {}
 
 PartialBuffer::PartialBuffer(Buffer const& other) noexcept : Buffer(other), m_offset(other.length()) {}
+
+PartialBuffer::~PartialBuffer() = default;
 
 Buffer PartialBuffer::buf() const {
     uint_t const from = std::min(m_offset, length());
