@@ -281,8 +281,6 @@ std::chrono::milliseconds timeOf(unsigned int microseconds, unsigned int seconds
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
 }
 
-std::atomic<int> interruptions{0};
-
 }  // namespace
 
 TEST(Sleep, TakesSecondsAndMicroseconds) {
@@ -300,11 +298,11 @@ TEST(Sleep, CarriesAMillionMicrosecondsIntoSeconds) {
 // A signal every 10 ms: each ends the system's wait, none ends ours, and none makes it begin anew.
 TEST(Sleep, GoesOnAfterSignals) {
     using std::chrono::milliseconds;
-    struct sigaction count {};
+    struct sigaction ignore {};
     struct sigaction former {};
-    count.sa_handler = [](int) { ++interruptions; };
-    ::sigaction(SIGUSR1, &count, &former);
-    interruptions = 0;
+    ignore.sa_handler = [](int) {};
+    ::sigaction(SIGUSR1, &ignore, &former);
+    int interruptions = 0;
     std::atomic<bool> awake{false};
     milliseconds slept{};
     std::thread sleeper([&] {
@@ -313,6 +311,7 @@ TEST(Sleep, GoesOnAfterSignals) {
     });
     while (!awake) {
         ::pthread_kill(sleeper.native_handle(), SIGUSR1);
+        ++interruptions;
         ::usleep(10'000);
     }
     sleeper.join();
