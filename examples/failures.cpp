@@ -15,6 +15,6 @@ int main() {
         wrapped.size(20);  // the memory is not the buffer's: it cannot grow
     } catch (Exception const& e) {
         std::cout << e << '\n' << e.title() << ", code " << e.error() << ", " << e.stringParameter() << '\n';
-        Logger::instance()->evt_log(EventException, "", "%s\x01%s", "failures", e.asString().c_str());
+        Logger::instance()->evt_log(EventException, "", "caught: %s", e.asString().c_str());
     }
 }

@@ -5,6 +5,7 @@
 #include <include2/UriSniffer>
 
 #include <iostream>
+#include <string>
 
 using namespace Quillmark;
 
@@ -13,10 +14,10 @@ int main(int argc, char** argv) {
 
     UriContainer links;
     links.currentId(1);  // one list per part of a message
-    UriSniffer::search(
-        links, R"(Visit http:/Shop.Example.COM/a?ID=1, www.example.co.uk or <a href=http://10.0.0.1/x>.
-                                 Once more: HTTP://shop.example.com/a?id=1 and mail john@example.org.)",
-        0, true);
+    std::string const text = R"(Visit http:/Shop.Example.COM/a?ID=1 or www.example.co.uk, see
+        <a href=http://10.0.0.1/x>here</a>, again HTTP://shop.example.com/a?id=1 ;
+        mail to john@example.org )";
+    UriSniffer::search(links, text, 0, true);
 
     for (Uri const& link : links.hrefs(1)) {
         std::cout << link.canonicalized() << "  host " << link.hostname();
