@@ -246,6 +246,14 @@ TEST(HeaderList, AcceptsNearlyEverythingInADisplayName) {
     });
 }
 
+// Without an overload of its own a literal would be taken for "lower-case the local parts".
+TEST(AddressList, TakesALiteralForASeparator) {
+    std::string const text = "John@x.example; Ann@y.example";
+    EXPECT_EQ(parts(EmailAddress::rfc5322ParseList(text, ";")),
+              parts(EmailAddress::rfc5322ParseList(text, std::string(";"))));
+    EXPECT_EQ(EmailAddress::rfc5322ParseList(text, ";").size(), 2U);
+}
+
 TEST(HeaderList, LowersLocalPartsOnRequest) {
     EXPECT_EQ(parts(EmailAddress::rfc5322ParseList("\"A\" <JOHN@Host.Example>, X@HH.example", true)),
               "\"A\"|john|host.example; x|hh.example");
