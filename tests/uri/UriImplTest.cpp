@@ -101,6 +101,10 @@ TEST(UriCleanUp, DecodesCharacterReferences) {
     for (auto const& [from, to] : references) EXPECT_EQ(UriImpl::convertEncodedChars(from), to) << from;
 }
 
+TEST(UriCleanUp, ReadsHexadecimalDigitsOfAReferenceAsADecimalNumberForTheDaemons) {
+    EXPECT_EQ(UriImpl::convertEncodedChars("&#104f;&#f104;"), "h");
+}
+
 TEST(UriCleanUp, DecodesEscapesBeforeCharacterReferences) {
     EXPECT_EQ(Uri("http://%26#97;.example.com/").asString(), "http://a.example.com/");
     EXPECT_EQ(Uri("http://&#37;61.example.com/").asString(), "http://%61.example.com/");

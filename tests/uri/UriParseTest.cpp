@@ -1,4 +1,4 @@
-#include <chrono>
+#include <ctime>
 
 #include "include2/Uri"
 #include "tests/support/Support.h"
@@ -301,7 +301,7 @@ std::string repeated(std::string const& text, std::size_t count) {
     return result;
 }
 
-// Whatever is not linear in these takes minutes.
+// Whatever is not linear in these takes minutes of the processor.
 TEST(UriParse, TakesLinearTimeAndLittleStackForHostileTexts) {
     std::size_t const many = 200'000;
     std::string const texts[] = {
@@ -320,10 +320,10 @@ TEST(UriParse, TakesLinearTimeAndLittleStackForHostileTexts) {
         "mailto:?to=" + repeated("(", many),
         "mailto:" + repeated("(", many) + "@b.example",
     };
-    auto const begin = std::chrono::steady_clock::now();
+    std::clock_t const begin = std::clock();
     for (std::string const& text : texts)
         onSmallStack(64 * 1024, [&] { EXPECT_NE(Uri(text).comparisonString(), "x") << text.substr(0, 20); });
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));
+    EXPECT_LT((std::clock() - begin) / CLOCKS_PER_SEC, 60);
 }
 
 }  // namespace
