@@ -97,7 +97,10 @@ Run longestZeroRun(std::uint16_t const (&groups)[8]) {
 
 void putGroups(Text& out, std::uint8_t const* bytes) {
     std::uint16_t groups[8];
-    for (int i = 0; i < 8; ++i) groups[i] = static_cast<std::uint16_t>(bytes[2 * i] << 8 | bytes[2 * i + 1]);
+    for (std::uint16_t& group : groups) {
+        group = static_cast<std::uint16_t>(bytes[0] << 8 | bytes[1]);
+        bytes += 2;
+    }
     Run const zeros = longestZeroRun(groups);
     bool separated = true;
     for (int i = 0; i < 8;) {
