@@ -20,6 +20,7 @@
 using namespace Quillmark;
 using QuillmarkTest::failureOf;
 using QuillmarkTest::PrintingHook;
+using QuillmarkTest::slotOf;
 
 // In PrivateAddressFromC.c.
 extern "C" int isPrivateFromC(char const* text);
@@ -38,14 +39,6 @@ std::string printed(IPAddressMask const& m) {
     std::ostringstream out;
     out << m;
     return out.str();
-}
-
-// The place of a virtual operation in the table, as the compiler's ABI writes it down.
-template <class Member>
-std::ptrdiff_t slotOf(Member member) {
-    std::ptrdiff_t pointer = 0;
-    std::memcpy(&pointer, &member, sizeof pointer);
-    return (pointer - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
 }
 
 TEST(IPAddressMask, ReadsTextAsTheAddressHelperDoes) {
@@ -357,11 +350,11 @@ TEST(IPAddressMaskImpl, KeepsTheOrderOfItsVirtualOperations) {
     EXPECT_TRUE(std::has_virtual_destructor_v<IPAddressMaskImpl>);
     EXPECT_TRUE(std::has_virtual_destructor_v<PrivateNetworkIdentifier>);
     EXPECT_FALSE(std::is_copy_constructible_v<IPAddressMaskImpl>);
-    EXPECT_EQ(slotOf(&IPAddressMaskImpl::prefix), 2);
-    EXPECT_EQ(slotOf(&IPAddressMaskImpl::asString), 3);
-    EXPECT_EQ(slotOf(&IPAddressMaskImpl::matches), 4);
-    EXPECT_EQ(slotOf(&IPAddressMaskImpl::operator==), 5);
-    EXPECT_EQ(slotOf(&IPAddressMaskImpl::operator<), 6);
+    EXPECT_EQ(slotOf(&IPAddressMaskImpl::prefix), 2U);
+    EXPECT_EQ(slotOf(&IPAddressMaskImpl::asString), 3U);
+    EXPECT_EQ(slotOf(&IPAddressMaskImpl::matches), 4U);
+    EXPECT_EQ(slotOf(&IPAddressMaskImpl::operator==), 5U);
+    EXPECT_EQ(slotOf(&IPAddressMaskImpl::operator<), 6U);
 }
 
 constexpr std::pair<char const*, bool> privacy[] = {
