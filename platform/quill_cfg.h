@@ -15,19 +15,10 @@ extern "C" {
 /** The words that an area has at least. */
 #define QUILL_CFG_WORDS 512
 
-/** The area, or null where there is none. The library reads the generation word and nothing else, by
- *  quill_cfg_generation: the area may come, and its words may change, at any time. */
+/** The area, or null where there is none. The library reads the generation word and nothing else. The
+ *  area may come, and the word may change, at any time: both are read with __atomic_load_n and acquire,
+ *  and whoever sees a new generation sees what was written before it began. */
 QUILL_PLATFORM_EXPORT extern uint32_t volatile* nCfg_debug_zone;
-
-/** Reads the generation of the area. Whoever sees a new one sees what was written before it began.
- *  Inline, since an appliance supplies the pointer alone. Any thread.
- *  @return 1; or 0 when there is no area, which leaves @p generation alone */
-static inline int quill_cfg_generation(uint32_t* generation) {
-    uint32_t volatile* const area = __atomic_load_n(&nCfg_debug_zone, __ATOMIC_ACQUIRE);
-    if (!area) return 0;
-    *generation = __atomic_load_n(area + QUILL_CFG_GENERATION_WORD, __ATOMIC_ACQUIRE);
-    return 1;
-}
 
 /** Attaches an area of the process's own on the first call, and begins a new generation on every call:
  *  whoever keeps what a configuration file said reads it again. Where somebody else attached an area, that
