@@ -1,0 +1,32 @@
+#pragma once
+// Text of other character sets as UTF-8, which is what the sniffer reads: in UTF-16 every link would
+// hide behind its zero bytes.
+
+#include <iconv.h>
+
+#include <string>
+#include <string_view>
+
+namespace QuillmarkTool {
+
+/// Converts one text, given piece by piece.
+class ToUtf8 {
+public:
+    /// @param charset  as the message names it, in lower case. Text of an unknown one, and of those that
+    ///                 are as good as UTF-8 already, passes as it is.
+    explicit ToUtf8(std::string const& charset);
+    ~ToUtf8();
+    ToUtf8(ToUtf8 const&) = delete;
+    ToUtf8& operator=(ToUtf8 const&) = delete;
+
+    /// The next piece, converted. Bytes that are no character become "?"; a character that is cut in two
+    /// waits for its other half. Good until the next call.
+    std::string_view convert(std::string_view piece);
+
+private:
+    iconv_t m_converter = nullptr;  // null where text passes as it is
+    std::string m_rest;             // the begun character at the end of the last piece
+    std::string m_out;
+};
+
+}  // namespace QuillmarkTool

@@ -1,0 +1,50 @@
+#pragma once
+// The commands of quillmark: what each can be told, and the call that carries it out. Main reads the
+// command line into these; a command knows nothing of where its options came from.
+
+#include <string>
+#include <vector>
+
+#include "tools/Terminal.h"
+
+namespace QuillmarkTool {
+
+/// How a command ends.
+enum ExitCode : int {
+    Fine = 0,
+    Findings = 1,  ///< the work was done; some message or value is bad
+    Failed = 2,    ///< the command line, the lists or the output stand in the way of the work
+};
+
+struct ScanOptions {
+    std::vector<std::string> paths;  ///< "-" is standard input
+    std::string lists;               ///< directory of the domain lists; empty: where they usually are
+    std::string temporary;           ///< directory of swap files; empty: where they usually are
+    unsigned int memory = 1U << 20;  ///< bytes of a body kept in memory before it goes to a swap file
+    bool strict = false;             ///< take only links with a scheme, "www." or "@"
+    bool json = false;
+    Colour colour = Colour::Auto;
+};
+int scan(ScanOptions const& options, Output& output);
+
+struct ListsOptions {
+    std::string source = "/usr/share/publicsuffix/public_suffix_list.dat";
+    std::string out;  ///< directory to write to; empty: among the user's data
+    bool withPrivate = false;
+};
+int lists(ListsOptions const& options, Output& output);
+
+struct ShowOptions {
+    std::string text;  ///< "-": standard input
+    std::string lists;
+    bool strict = false;  ///< of links only
+    bool json = false;
+    Colour colour = Colour::Auto;
+};
+int showAddress(ShowOptions const& options, Output& output);
+int showUri(ShowOptions const& options, Output& output);
+int showLinks(ShowOptions const& options, Output& output);
+int showHost(ShowOptions const& options, Output& output);
+int showIp(ShowOptions const& options, Output& output);
+
+}  // namespace QuillmarkTool

@@ -1,0 +1,222 @@
+#include "tools/Examine.h"
+
+#include <strings.h>
+
+#include <array>
+#include <list>
+
+#include "include2/Base64Media"
+#include "include2/Buffer"
+#include "include2/BufferMedia"
+#include "include2/EmailAddress"
+#include "include2/Exception"
+#include "include2/HostName"
+#include "include2/IPAddress"
+#include "include2/Md5"
+#include "include2/Media"
+#include "include2/TopLevelDomain"
+#include "include2/UriSniffer"
+#include "tools/Charset.h"
+
+namespace QuillmarkTool {
+using namespace Quillmark;
+namespace {
+
+constexpr std::array<char const*, 5> addressFields{"From", "Sender", "Reply-To", "To", "Cc"};
+
+bool isNamed(std::string const& name, char const* other) {
+    return ::strcasecmp(name.c_str(), other) == 0;
+}
+
+void readHeader(std::vector<Mime::Field> const& fields, MessageReport& report) {
+    for (Mime::Field const& field : fields) {
+        // The topmost Return-Path is the one of the last server; those below are history.
+        if (!report.envelope && isNamed(field.name, "Return-Path"))
+            report.envelope = Envelope{field.value, parsePath(field.value)};
+        if (report.subject.empty() && isNamed(field.name, "Subject"))
+            report.subject = Mime::decodedText(field.value);
+        if (report.date.empty() && isNamed(field.name, "Date")) report.date = field.value;
+        if (report.id.empty() && isNamed(field.name, "Message-ID")) report.id = field.value;
+    }
+    for (char const* name : addressFields)
+        for (Mime::Field const& field : fields)
+            if (isNamed(field.name, name))
+                report.fields.push_back({name, field.value, parseAddressList(field.value)});
+}
+
+// Text is sniffed whole up to this many bytes. What is longer goes in pieces that end with a line, so
+// that a body of any size takes this much memory and no link is torn.
+constexpr unsigned int sniffedAtOnce = 8U << 20;
+
+/// Collects the text of a part and looks for links in it.
+class Sniffing {
+public:
+    Sniffing(UriContainer& links, std::string const& charset, bool liberal)
+        : m_links(links), m_toUtf8(charset), m_liberal(liberal) {}
+    void add(unsigned char const* bytes, unsigned int count) {
+        std::string_view const text = m_toUtf8.convert({reinterpret_cast<char const*>(bytes), count});
+        m_text.append(reinterpret_cast<unsigned char const*>(text.data()),
+                      static_cast<unsigned int>(text.size()));
+        if (m_text.length() >= sniffedAtOnce) search(lastLineEnd());
+    }
+    void end() { search(m_text.length()); }
+
+private:
+    unsigned int lastLineEnd() const {
+        unsigned char const* const data = m_text.data();
+        for (unsigned int i = m_text.length(); i > 0; --i)
+            if (data[i - 1] == '\n') return i;
+        return m_text.length();
+    }
+    void search(unsigned int count) {
+        if (count == 0) return;
+        UriSniffer::search(m_links, m_text.left(count), m_liberal);
+        m_text.shiftLeft(count);
+    }
+
+    UriContainer& m_links;
+    ToUtf8 m_toUtf8;
+    bool const m_liberal;
+    Buffer m_text;
+};
+
+/// One part on its way through the library: kept encoded in memory or a swap file, decoded, hashed, sniffed.
+class PartReader {
+public:
+    PartReader(PartReport& report, UriContainer& links, bool liberal)
+        : m_report(report), m_sniffing(links, report.charset, liberal) {}
+
+    void read(Mime::Message const& message, std::size_t leaf, ExamineOptions const& options) {
+        Mime::Leaf const& part = message.leaves()[leaf];
+        SwapBufferMediaOut body(options.memory, options.swapTemplate.c_str());
+        bool const whole =
+            message.read(leaf, [&](auto const* bytes, auto count) { body.write(bytes, count); });
+        if (!whole) m_report.error = "the file could not be read to the end of the part";
+        body.end();
+        MediaIn encoded = createMediaInFromSwapBufferMediaOut(body);
+        if (part.encoding == Mime::Encoding::Base64) {
+            Base64MediaIn decoded(encoded);
+            take(decoded, part.isText);
+        } else {
+            take(encoded, part.isText);
+        }
+        if (part.isText) m_sniffing.end();
+        if (!m_report.error.empty()) return;
+        m_hasher.finalize();
+        m_report.md5 = m_hasher.digestAsHexString();
+    }
+
+private:
+    void take(MediaIn& in, bool isText) {
+        std::array<unsigned char, 16384> block{};
+        for (;;) {
+            int count = 0;
+            try {
+                count = in.read(block.data(), block.size());
+            } catch (BufferException const& e) {
+                if (e.error() != BadArgument) throw;
+                // A line of bad Base64 is behind us and lost; the lines after it are read, for a mail
+                // program shows them too, and whoever hides a link behind a bad byte counts on that.
+                if (m_report.error.empty()) m_report.error = detailOf(e);
+                continue;
+            }
+            if (count < 1) return;
+            auto const length = static_cast<unsigned int>(count);
+            m_report.bytes += length;
+            m_hasher.update(block.data(), length);
+            if (isText) m_sniffing.add(block.data(), length);
+        }
+    }
+
+    PartReport& m_report;
+    Sniffing m_sniffing;
+    Md5Hasher m_hasher;
+};
+
+bool isPrivate(IPAddress const& address) {
+    return IPAddress::isPrivateAddress(address) || IPAddress::isLoopBack(address) ||
+           IPAddress::isLinkLocal(address) || IPAddress::isSiteLocal(address);
+}
+
+/// Whether a name ends where the registrar's part does: it is a public suffix and nobody's own.
+bool isSuffix(std::string const& domain) {
+    return DomainNameCountryCodeContainer::instance()->find(domain);
+}
+
+}  // namespace
+
+std::string detailOf(Exception const& e) {
+    std::string const detail = e.stringParameter();
+    return detail.empty() ? e.asString() : detail;
+}
+
+Address plainAddress(EmailAddress const& address) {
+    return {address.displayName(), address.address(), address.local(), address.domain()};
+}
+
+std::vector<Address> parseAddressList(std::string const& text) {
+    std::vector<Address> addresses;
+    // With ";" as a separator beside the comma the members of "Group: a, b;" come out one by one.
+    for (EmailAddress const& address : EmailAddress::rfc5322ParseList(text, std::string(";")))
+        addresses.push_back(plainAddress(address));
+    return addresses;
+}
+
+std::optional<Address> parsePath(std::string const& text) {
+    EmailAddress const address = EmailAddress::rfc5321Parse(text, false);
+    if (address.isNull()) return std::nullopt;
+    return plainAddress(address);
+}
+
+LinkReport describeLink(Uri const& uri) {
+    LinkReport link;
+    link.text = uri.asString();
+    link.idn = uri.idn();
+    link.scheme = uri.scheme();
+    link.port = uri.port();
+    HostName const& host = uri.host();
+    if (host.isNull()) {
+        link.noRegisteredDomain = true;
+        return link;
+    }
+    link.name = host.asString();
+    link.ipLiteral = host.isIPAddress();
+    link.domain = host.domain();
+    if (link.ipLiteral) {
+        link.isPrivate = isPrivate(IPAddress(link.name));
+        return link;
+    }
+    // Where the registered domain is the whole name, the library may leave its first label in host().
+    if (link.domain != link.name) link.host = host.host();
+    link.noRegisteredDomain = link.domain.empty() || isSuffix(link.domain);
+    return link;
+}
+
+MessageReport examine(Mime::Message const& message, ExamineOptions const& options) {
+    MessageReport report;
+    report.errors = message.faults();
+    if (message.fields().empty()) report.errors.emplace_back("no header field: this is no message");
+    readHeader(message.fields(), report);
+
+    UriContainer links;
+    for (std::size_t i = 0; i < message.leaves().size(); ++i) {
+        Mime::Leaf const& leaf = message.leaves()[i];
+        PartReport part{i + 1, leaf.number, leaf.type, leaf.encodingName, leaf.charset, leaf.fileName,
+                        0,     {},          {}};
+        links.currentId(part.id);
+        try {
+            PartReader(part, links, options.liberal).read(message, i, options);
+        } catch (Exception const& e) {
+            part.error = detailOf(e);
+        }
+        for (Uri const& uri : links.hrefs(part.id)) {
+            report.links.push_back(describeLink(uri));
+            report.links.back().part = part.number;
+        }
+        if (!part.error.empty()) report.errors.push_back("part " + part.number + ": " + part.error);
+        report.parts.push_back(std::move(part));
+    }
+    return report;
+}
+
+}  // namespace QuillmarkTool

@@ -1,0 +1,182 @@
+// The command line of quillmark. The only file that knows how options are spelt, and the only one that
+// includes the command-line library, which is slow to compile.
+
+#include <CLI/CLI.hpp>
+
+#include <csignal>
+#include <cstring>
+#include <exception>
+#include <functional>
+#include <iostream>
+#include <map>
+
+#include "include2/Exception"
+#include "tools/Commands.h"
+#include "tools/EventLog.h"
+#include "tools/Terminal.h"
+#include "tools/Version.h"
+
+namespace {
+using namespace QuillmarkTool;
+
+/// What a subcommand does once the command line is read.
+using Action = std::function<int(Output&)>;
+
+/// A subcommand is one function that describes its options and leaves its action behind.
+class CommandLine {
+public:
+    CommandLine();
+    int run(int argc, char** argv);
+
+private:
+    CLI::App* command(std::string const& name, std::string const& purpose, std::string const& examples,
+                      Action action);
+    void addScan();
+    void addLists();
+    void addShow(std::string const& name, std::string const& purpose, std::string const& example,
+                 int (*show)(ShowOptions const&, Output&));
+
+    CLI::App m_app{
+        "Reads mail and shows what is in it: who sent it, what its parts hash to, which links and\n"
+        "hosts it carries, and which of those are private or bare addresses.",
+        "quillmark"};
+    Action m_action;
+    ScanOptions m_scan;
+    ListsOptions m_lists;
+    ShowOptions m_show;
+};
+
+void addColour(CLI::App* command, Colour& colour) {
+    static std::map<std::string, Colour> const choices{
+        {"auto", Colour::Auto}, {"always", Colour::Always}, {"never", Colour::Never}};
+    command->add_option("--color,--colour", colour, "auto (the default: on a terminal), always or never")
+        ->transform(CLI::CheckedTransformer(choices).description(""))
+        ->option_text("WHEN");
+}
+
+void addLists(CLI::App* command, std::string& lists) {
+    command->add_option("--lists", lists, "take the domain lists from DIR")->option_text("DIR");
+}
+
+CommandLine::CommandLine() {
+    m_app.set_version_flag("--version", std::string("quillmark ") + version, "show the version");
+    m_app.set_help_flag("-h,--help", "show this help");
+    m_app.require_subcommand(1);
+    m_app.footer(
+        "Examples:\n"
+        "  quillmark lists                         make the domain lists, once\n"
+        "  quillmark scan message.eml              report on a message\n"
+        "  quillmark scan --json ~/Maildir         one JSON object for each message of a Maildir\n"
+        "  quillmark links < page.html             the links in a text\n"
+        "  quillmark host www.example.co.uk        how a host name is split\n\n"
+        "\"quillmark COMMAND --help\" says more. Exit status: 0 all is well, 1 a message or value is\n"
+        "bad, 2 the work could not be done.");
+    addScan();
+    addLists();
+    addShow("address", "Show how an address parses, in a header and in an envelope",
+            "  quillmark address '\"Smith, John\" <john@example.com>, ben@example.org'", showAddress);
+    addShow("uri", "Show the parts of a URI", "  quillmark uri 'http://user@www.example.com:8080/path?query'",
+            showUri);
+    addShow("links", "Show the links in a text",
+            "  quillmark links 'see www.example.com'\n  quillmark links < page.html", showLinks);
+    addShow("host", "Show how a host name is checked and split", "  quillmark host www.example.co.uk",
+            showHost);
+    addShow("ip", "Show an IP address or a network", "  quillmark ip 192.168.1.1\n  quillmark ip 10.0.0.0/8",
+            showIp);
+}
+
+CLI::App* CommandLine::command(std::string const& name, std::string const& purpose,
+                               std::string const& examples, Action action) {
+    CLI::App* const added = m_app.add_subcommand(name, purpose);
+    added->footer("Examples:\n" + examples);
+    added->callback([this, action = std::move(action)] { m_action = action; });
+    return added;
+}
+
+void CommandLine::addScan() {
+    CLI::App* const added =
+        command("scan", "Report on messages: .eml files, mboxes, Maildirs, directories, standard input",
+                "  quillmark scan message.eml archive.mbox\n"
+                "  quillmark scan --json ~/Maildir | jq .links\n"
+                "  quillmark scan < message.eml",
+                [this](Output& output) { return scan(m_scan, output); });
+    added
+        ->add_option("PATH", m_scan.paths,
+                     "files, mboxes, Maildirs and directories; \"-\", or none: standard input")
+        ->option_text("...");
+    ::addLists(added, m_scan.lists);
+    added
+        ->add_option("--memory", m_scan.memory,
+                     "keep up to SIZE bytes of a body in memory (1M), then swap to a file")
+        ->transform(CLI::AsSizeValue(false))
+        ->option_text("SIZE");
+    added->add_option("--tmp", m_scan.temporary, "make swap files in DIR")->option_text("DIR");
+    added->add_flag("--strict", m_scan.strict, "take only what has a scheme, \"www.\" or \"@\" for a link");
+    added->add_flag("--json", m_scan.json, "print one JSON object a line for each message");
+    addColour(added, m_scan.colour);
+}
+
+void CommandLine::addLists() {
+    CLI::App* const added = command("lists", "Make the domain lists from the public suffix list",
+                                    "  quillmark lists\n  quillmark lists --out /tmp/lists --private",
+                                    [this](Output& output) { return lists(m_lists, output); });
+    added->add_option("--out", m_lists.out, "write gtld, cctld and idntld to DIR (your own data directory)")
+        ->option_text("DIR");
+    added
+        ->add_option("--source", m_lists.source,
+                     "read the public suffix list from FILE (" + m_lists.source + ")")
+        ->option_text("FILE");
+    added->add_flag("--private", m_lists.withPrivate, "also take the suffixes that companies offer");
+}
+
+void CommandLine::addShow(std::string const& name, std::string const& purpose, std::string const& example,
+                          int (*show)(ShowOptions const&, Output&)) {
+    CLI::App* const added =
+        command(name, purpose, example, [this, show](Output& output) { return show(m_show, output); });
+    CLI::Option* const text =
+        added->add_option("TEXT", m_show.text, "what to look at; \"-\": standard input");
+    text->option_text(" ");
+    if (name == "links") {
+        m_show.text = "-";
+        added->add_flag("--strict", m_show.strict,
+                        "take only what has a scheme, \"www.\" or \"@\" for a link");
+    } else {
+        text->required();
+    }
+    ::addLists(added, m_show.lists);
+    added->add_flag("--json", m_show.json, "print JSON");
+    addColour(added, m_show.colour);
+}
+
+int CommandLine::run(int argc, char** argv) {
+    try {
+        m_app.parse(argc, argv);
+    } catch (CLI::ParseError const& e) {
+        if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return m_app.exit(e);
+        complain(std::string(e.what()));
+        std::cerr << "Try \"quillmark --help\".\n";
+        return Failed;
+    }
+    Output output;
+    int const result = m_action(output);
+    output.flush();
+    return result;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // A reader who has seen enough closes the pipe; that is noticed where it happens.
+    std::signal(SIGPIPE, SIG_IGN);
+    logToStandardError();
+    try {
+        return CommandLine().run(argc, argv);
+    } catch (Output::Closed const& e) {
+        if (e.error != EPIPE) complain(std::string("cannot write the report: ") + std::strerror(e.error));
+    } catch (Quillmark::Exception const& e) {
+        complain(e.asString());
+    } catch (std::exception const& e) {
+        complain(e.what());
+    }
+    return Failed;
+}

@@ -1,0 +1,319 @@
+#include "tools/Mime.h"
+
+#include <gmime/gmime.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+namespace QuillmarkTool::Mime {
+namespace {
+
+struct Unref {
+    void operator()(void* object) const { g_object_unref(object); }
+};
+template <class T>
+using Owned = std::unique_ptr<T, Unref>;
+
+struct Free {
+    void operator()(void* memory) const { g_free(memory); }
+};
+using OwnedText = std::unique_ptr<char, Free>;
+
+/// GMime is made ready by the first use and left to the end of the process.
+void ready() {
+    static bool const done = (g_mime_init(), true);
+    (void)done;
+}
+
+std::string textOf(char const* text) {
+    return text != nullptr ? text : "";
+}
+
+std::string lower(std::string text) {
+    for (char& c : text)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return text;
+}
+
+std::string unfolded(char const* raw) {
+    std::string text;
+    for (char const* p = raw; p != nullptr && *p != '\0'; ++p)
+        if (*p != '\r' && *p != '\n') text.push_back(*p);
+    std::size_t const first = text.find_first_not_of(" \t");
+    if (first == std::string::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+/// The findings of the parser that mean a reader may not see what the sender wrote, or the reverse.
+char const* faultText(GMimeParserWarning finding) {
+    switch (static_cast<int>(finding)) {
+    case GMIME_WARN_TRUNCATED_MESSAGE: return "a multipart breaks off before its end";
+    case GMIME_CRIT_INVALID_HEADER_NAME: return "a line among the header fields is no header field";
+    case GMIME_CRIT_MULTIPART_WITHOUT_BOUNDARY: return "a multipart names no boundary";
+    case GMIME_CRIT_NESTING_OVERFLOW: return "multiparts are nested too deep";
+    default: return nullptr;
+    }
+}
+
+struct Faults {
+    std::vector<std::string> texts;
+
+    static void collect(gint64 /*offset*/, GMimeParserWarning finding, gchar const* /*item*/, gpointer user) {
+        auto& texts = static_cast<Faults*>(user)->texts;
+        char const* const text = faultText(finding);
+        if (text == nullptr) return;
+        for (std::string const& known : texts)
+            if (known == text) return;
+        texts.emplace_back(text);
+    }
+};
+
+struct FreeOptions {
+    void operator()(GMimeParserOptions* options) const { g_mime_parser_options_free(options); }
+};
+
+Leaf describe(GMimePart* part, std::string number) {
+    Leaf leaf;
+    leaf.number = std::move(number);
+    GMimeContentType* const type = g_mime_object_get_content_type(GMIME_OBJECT(part));
+    OwnedText const name(g_mime_content_type_get_mime_type(type));
+    leaf.type = lower(textOf(name.get()));
+    leaf.isText = leaf.type.starts_with("text/");
+    leaf.charset = lower(textOf(g_mime_content_type_get_parameter(type, "charset")));
+    leaf.fileName = textOf(g_mime_part_get_filename(part));
+    GMimeContentEncoding const encoding = g_mime_part_get_content_encoding(part);
+    char const* const encodingName = g_mime_content_encoding_to_string(encoding);
+    leaf.encodingName = encodingName != nullptr ? encodingName : "7bit";
+    if (encoding == GMIME_CONTENT_ENCODING_BASE64) leaf.encoding = Encoding::Base64;
+    return leaf;
+}
+
+/// The number of a part below another. Very deep in, where numbers say nothing to anybody, they keep
+/// their ends only, lest a thousand levels over a hundred thousand parts fill the memory with digits.
+std::string numbered(std::string const& above, int number) {
+    std::string text = above.empty() ? std::to_string(number) : above + "." + std::to_string(number);
+    if (text.size() > 64) text = "..." + text.substr(text.find('.', text.size() - 32));
+    return text;
+}
+
+}  // namespace
+
+struct Message::State {
+    Owned<GMimeMessage> message;
+    Owned<GMimePart> whole;  // instead of a message: text that is none
+    std::vector<Field> fields;
+    std::vector<Leaf> leaves;
+    std::vector<GMimePart*> parts;  // of the leaves, owned by the message
+    std::vector<std::string> faults;
+    std::int64_t offset = 0;
+
+    void readFields();
+    void readLeaves();
+    void takeAsText(GMimeStream* text);
+};
+
+void Message::State::readFields() {
+    GMimeHeaderList* const list = g_mime_object_get_header_list(GMIME_OBJECT(message.get()));
+    int const count = g_mime_header_list_get_count(list);
+    for (int i = 0; i < count; ++i) {
+        GMimeHeader* const header = g_mime_header_list_get_header_at(list, i);
+        fields.push_back(
+            {textOf(g_mime_header_get_name(header)), unfolded(g_mime_header_get_raw_value(header))});
+    }
+}
+
+// The parts from left to right. What waits stands in a list of our own: the depth is the sender's choice.
+void Message::State::readLeaves() {
+    struct Waiting {
+        GMimeObject* object;
+        std::string number;  // of the object itself; empty for the outermost
+    };
+    std::vector<Waiting> waiting{{g_mime_message_get_mime_part(message.get()), ""}};
+    while (!waiting.empty()) {
+        Waiting const next = std::move(waiting.back());
+        waiting.pop_back();
+        GMimeObject* const object = next.object;
+        if (object == nullptr) continue;
+        if (GMIME_IS_MULTIPART(object)) {
+            GMimeMultipart* const multipart = GMIME_MULTIPART(object);
+            for (int i = g_mime_multipart_get_count(multipart); i > 0; --i)
+                waiting.push_back({g_mime_multipart_get_part(multipart, i - 1), numbered(next.number, i)});
+        } else if (GMIME_IS_MESSAGE_PART(object)) {
+            GMimeMessage* const inner = g_mime_message_part_get_message(GMIME_MESSAGE_PART(object));
+            if (inner == nullptr) continue;
+            GMimeObject* const root = g_mime_message_get_mime_part(inner);
+            std::string const number = next.number.empty() ? "1" : next.number;
+            bool const opens = root != nullptr && GMIME_IS_MULTIPART(root);
+            waiting.push_back({root, opens ? number : numbered(number, 1)});
+        } else if (GMIME_IS_PART(object)) {
+            parts.push_back(GMIME_PART(object));
+            leaves.push_back(describe(parts.back(), next.number.empty() ? "1" : next.number));
+        }
+    }
+}
+
+// What begins with no header is read as text all the same: it may be a message that lost its beginning.
+void Message::State::takeAsText(GMimeStream* text) {
+    whole.reset(g_mime_part_new_with_type("text", "plain"));
+    Owned<GMimeDataWrapper> const content(
+        g_mime_data_wrapper_new_with_stream(text, GMIME_CONTENT_ENCODING_DEFAULT));
+    g_mime_part_set_content(whole.get(), content.get());
+    parts.push_back(whole.get());
+    leaves.push_back(describe(whole.get(), "1"));
+}
+
+Message::Message() : m_state(std::make_unique<State>()) {}
+Message::~Message() = default;
+Message::Message(Message&&) noexcept = default;
+Message& Message::operator=(Message&&) noexcept = default;
+
+std::vector<Field> const& Message::fields() const {
+    return m_state->fields;
+}
+std::vector<Leaf> const& Message::leaves() const {
+    return m_state->leaves;
+}
+std::vector<std::string> const& Message::faults() const {
+    return m_state->faults;
+}
+std::int64_t Message::offset() const {
+    return m_state->offset;
+}
+
+bool Message::read(std::size_t leaf, Sink const& sink) const {
+    GMimePart* const part = m_state->parts.at(leaf);
+    GMimeDataWrapper* const content = g_mime_part_get_content(part);
+    if (content == nullptr) return true;  // a part without content is an empty part
+    GMimeContentEncoding const encoding = g_mime_data_wrapper_get_encoding(content);
+    // The library encodes quoted-printable but does not decode it, and knows no uuencode: for these two
+    // GMime's filters stand in. Base64 is the library's own.
+    Owned<GMimeFilter> filter;
+    if (encoding == GMIME_CONTENT_ENCODING_QUOTEDPRINTABLE || encoding == GMIME_CONTENT_ENCODING_UUENCODE)
+        filter.reset(g_mime_filter_basic_new(encoding, FALSE));
+
+    GMimeStream* const stream = g_mime_data_wrapper_get_stream(content);
+    if (g_mime_stream_reset(stream) != 0) return false;
+    std::array<char, 16384> block{};
+    for (;;) {
+        // At the end of a range of its file a stream gives -1, as it does for a read that fails.
+        bool const end = g_mime_stream_eos(stream) != FALSE;
+        ssize_t const count = end ? 0 : g_mime_stream_read(stream, block.data(), block.size());
+        if (count < 0) return false;
+        char* bytes = block.data();
+        auto length = static_cast<std::size_t>(count);
+        if (filter) {
+            std::size_t prespace = 0;
+            auto const step = count > 0 ? g_mime_filter_filter : g_mime_filter_complete;
+            step(filter.get(), block.data(), length, 0, &bytes, &length, &prespace);
+        }
+        if (length != 0)
+            sink(reinterpret_cast<unsigned char const*>(bytes), static_cast<unsigned int>(length));
+        if (count == 0) return true;
+    }
+}
+
+struct Reader::State {
+    Owned<GMimeStream> stream;
+    Owned<GMimeParser> parser;
+    std::unique_ptr<GMimeParserOptions, FreeOptions> options;
+    Faults faults;
+    bool mbox = false;
+    bool done = false;
+
+    explicit State(GMimeStream* source) : stream(source), options(g_mime_parser_options_new()) {
+        g_mime_parser_options_set_warning_callback(options.get(), Faults::collect, &faults);
+        std::array<char, 5> start{};
+        ssize_t const count = g_mime_stream_read(stream.get(), start.data(), start.size());
+        if (count < 0) throw Unreadable{errno};
+        done = count == 0;
+        mbox = count == 5 && std::string_view(start.data(), 5) == "From ";
+        g_mime_stream_reset(stream.get());
+        parser.reset(g_mime_parser_new_with_stream(stream.get()));
+        g_mime_parser_set_format(parser.get(), mbox ? GMIME_FORMAT_MBOX : GMIME_FORMAT_MESSAGE);
+        // Contents stay in the file until they are read: a large message costs no memory.
+        g_mime_parser_set_persist_stream(parser.get(), TRUE);
+    }
+    std::int64_t nextMarker(std::int64_t from);
+    std::unique_ptr<Message::State> pastTheParser();
+};
+
+/// Where the next line that begins with "From " begins, or -1.
+std::int64_t Reader::State::nextMarker(std::int64_t from) {
+    static constexpr std::string_view marker = "\nFrom ";
+    if (g_mime_stream_seek(stream.get(), from, GMIME_STREAM_SEEK_SET) != from) return -1;
+    std::array<char, 16384> block{};
+    std::string text;
+    for (;;) {
+        ssize_t const count = g_mime_stream_read(stream.get(), block.data(), block.size());
+        if (count <= 0) return -1;
+        text.append(block.data(), static_cast<std::size_t>(count));
+        std::size_t const found = text.find(marker);
+        if (found != std::string::npos) return from + static_cast<std::int64_t>(found) + 1;
+        std::size_t const keep = std::min(text.size(), marker.size() - 1);
+        from += static_cast<std::int64_t>(text.size() - keep);
+        text.erase(0, text.size() - keep);
+    }
+}
+
+// The parser stops for good where a message does not begin with a header. What stands there becomes a
+// message of its own, and the parser starts again behind it.
+std::unique_ptr<Message::State> Reader::State::pastTheParser() {
+    std::int64_t const begin = g_mime_parser_tell(parser.get());
+    std::int64_t const end = mbox ? nextMarker(begin) : -1;
+    auto piece = std::make_unique<Message::State>();
+    Owned<GMimeStream> const text(g_mime_stream_substream(stream.get(), begin, end));
+    piece->takeAsText(text.get());
+    piece->offset = begin;
+    done = end < 0;
+    if (!done) {
+        g_mime_stream_seek(stream.get(), end, GMIME_STREAM_SEEK_SET);
+        g_mime_parser_init_with_stream(parser.get(), stream.get());
+    }
+    return piece;
+}
+
+Reader::Reader(int descriptor) {
+    ready();
+    m_state = std::make_unique<State>(g_mime_stream_fs_new(descriptor));
+}
+
+Reader::Reader(std::string_view bytes) {
+    ready();
+    m_state = std::make_unique<State>(g_mime_stream_mem_new_with_buffer(bytes.data(), bytes.size()));
+}
+
+Reader::~Reader() = default;
+
+bool Reader::isMbox() const {
+    return m_state->mbox;
+}
+
+bool Reader::next(Message& message) {
+    State& state = *m_state;
+    if (state.done) return false;
+    state.faults.texts.clear();
+    auto next = std::make_unique<Message::State>();
+    next->message.reset(g_mime_parser_construct_message(state.parser.get(), state.options.get()));
+    if (!next->message) {
+        next = state.pastTheParser();
+    } else {
+        if (state.mbox) next->offset = g_mime_parser_get_mbox_marker_offset(state.parser.get());
+        state.done = !state.mbox || g_mime_parser_eos(state.parser.get()) != FALSE;
+        next->readFields();
+        next->readLeaves();
+    }
+    next->faults = state.faults.texts;
+    message.m_state = std::move(next);
+    return true;
+}
+
+std::string decodedText(std::string const& text) {
+    if (text.find("=?") == std::string::npos) return text;
+    ready();
+    OwnedText const decoded(g_mime_utils_header_decode_text(nullptr, text.c_str()));
+    return textOf(decoded.get());
+}
+
+}  // namespace QuillmarkTool::Mime
