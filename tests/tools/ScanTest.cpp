@@ -1,0 +1,406 @@
+// quillmark scan, run for real: over the example messages, whose reports stand in golden/, and over
+// mailboxes made here.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "tests/tools/Tool.h"
+
+using namespace QuillmarkTest;
+
+namespace {
+
+Ran scan(std::vector<std::string> const& more, Surroundings const& surroundings = {}) {
+    std::vector<std::string> arguments{"scan", "--lists", testLists()};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return quillmark(arguments, surroundings);
+}
+
+std::string message(std::string const& name) {
+    return "From: " + name + "@example.com\nSubject: " + name + "\n\nSee http://" + name + ".example.org/\n";
+}
+
+/// The titles of a report: the lines that begin with no blank, but the last, which sums up.
+std::vector<std::string> titles(std::string const& report) {
+    std::vector<std::string> found;
+    for (std::string const& line : linesOf(report))
+        if (!line.empty() && line[0] != ' ') found.push_back(line);
+    if (!found.empty()) found.pop_back();
+    return found;
+}
+
+/// The lines of a report that stand under a label.
+std::vector<std::string> under(std::string const& label, std::string const& report) {
+    std::vector<std::string> found;
+    bool inside = false;
+    for (std::string const& line : linesOf(report)) {
+        if (line.size() < 13 || line.substr(0, 2) != "  ")
+            inside = false;
+        else if (line[2] != ' ')
+            inside = line.substr(2, 10).find(label + " ") == 0;
+        if (inside) found.push_back(line.substr(13));
+    }
+    return found;
+}
+
+std::string mbox() {
+    return "From a@example.com Mon Mar  2 09:14:05 2026\n" + message("one") +
+           "\nFrom b@example.com Mon Mar  2 09:15:05 2026\n" + message("two");
+}
+
+}  // namespace
+
+TEST(Scan, ReportsOnTheExampleMessagesLineByLine) {
+    Ran const ran = scan({examples});
+    EXPECT_EQ(ran.out, readFile(QUILLMARK_SOURCE_DIR "/tests/tools/golden/examples.txt"));
+    EXPECT_EQ(ran.err, "");
+    EXPECT_EQ(ran.status, 1);  // two of the messages are bad on purpose
+}
+
+TEST(Scan, ReportsOnTheExampleMessagesInJson) {
+    Ran const ran = scan({"--json", examples});
+    EXPECT_EQ(linesOf(ran.out), linesOf(readFile(QUILLMARK_SOURCE_DIR "/tests/tools/golden/examples.json")));
+    EXPECT_EQ(ran.status, 1);
+}
+
+TEST(Scan, ReportsAsItsPageSays) {
+    std::string const page = readFile(QUILLMARK_SOURCE_DIR "/docs/tool.md");
+    std::string const file = std::string(examples) + "/06-private-link.eml";
+    std::string const report = scan({file}).out;
+    EXPECT_THAT(page, testing::HasSubstr("```text\n" + report.substr(0, report.find("\n\n")) + "\n```"));
+}
+
+TEST(Scan, SaysTheSameTwice) {
+    EXPECT_EQ(scan({examples}).out, scan({examples}).out);
+}
+
+TEST(Scan, EndsWithZeroWhenEveryMessageIsGood) {
+    EXPECT_EQ(scan({std::string(examples) + "/01-plain.eml"}).status, 0);
+}
+
+TEST(Scan, ReadsStandardInputWhenNoPathOrADashIsGiven) {
+    for (std::vector<std::string> const& paths :
+         {std::vector<std::string>{}, std::vector<std::string>{"-"}}) {
+        Ran const ran = scan(paths, {message("one"), {}, ""});
+        EXPECT_EQ(titles(ran.out), std::vector<std::string>{"standard input"});
+        EXPECT_EQ(under("Links", ran.out),
+                  std::vector<std::string>{"1  example.org  one  http://one.example.org/"});
+        EXPECT_EQ(ran.status, 0);
+    }
+}
+
+TEST(Scan, ReadsAStandardInputThatIsLargerThanTheMemory) {
+    TemporaryDirectory const swap;
+    std::string const large = message("one") + std::string(300000, 'x') + "\n";
+    Ran const ran = scan({"--memory", "1K", "--tmp", swap.path()}, {large, {}, ""});
+    EXPECT_EQ(ran.out, scan({}, {large, {}, ""}).out);
+    EXPECT_TRUE(std::filesystem::is_empty(swap.path())) << "a swap file was left behind";
+}
+
+TEST(Scan, ReadsAnMboxMessageByMessage) {
+    TemporaryDirectory const place;
+    std::string const path = place.write("archive", mbox());
+    Ran const ran = scan({path});
+    EXPECT_EQ(titles(ran.out), (std::vector<std::string>{path + ", message 1", path + ", message 2"}));
+    EXPECT_EQ(under("Subject", ran.out), (std::vector<std::string>{"one", "two"}));
+    EXPECT_EQ(linesOf(ran.out).back(), "2 messages, 2 parts, 2 links.");
+}
+
+TEST(Scan, ReadsAnMboxFromStandardInput) {
+    EXPECT_EQ(titles(scan({}, {mbox(), {}, ""}).out),
+              (std::vector<std::string>{"standard input, message 1", "standard input, message 2"}));
+}
+
+TEST(Scan, ReadsAMaildirAndItsFolders) {
+    TemporaryDirectory const place;
+    for (char const* directory : {"cur", "new", "tmp", ".Sent/cur", ".Sent/new", ".Sent/tmp"})
+        std::filesystem::create_directories(place.file(directory));
+    place.write("cur/2:2,S", message("two"));
+    place.write("cur/1:2,S", message("one"));
+    place.write("new/3", message("three"));
+    place.write("tmp/4", message("unfinished"));
+    place.write(".Sent/cur/5", message("sent"));
+    place.write("dovecot-uidlist", "3 V1 N5\n");
+    Ran const ran = scan({place.path()});
+    EXPECT_EQ(titles(ran.out), (std::vector<std::string>{place.file("cur/1:2,S"), place.file("cur/2:2,S"),
+                                                         place.file("new/3"), place.file(".Sent/cur/5")}));
+}
+
+TEST(Scan, ReadsWhatLooksLikeMailBelowADirectory) {
+    TemporaryDirectory const place;
+    place.write("b.EML", message("b"));
+    place.write("a.mbox", mbox());
+    place.write("deep/er/header", message("header"));
+    place.write("box/cur/1", message("maildir"));
+    std::filesystem::create_directories(place.file("box/new"));
+    place.write("archive", mbox());
+    place.write("notes.txt", "Some notes: nothing of it mail.\n");
+    place.write("link.txt", "http://www.example.com/\n");
+    place.write(".hidden.eml", message("hidden"));
+    place.write(".git/x.eml", message("hidden"));
+    std::filesystem::create_directory_symlink(place.path(), place.file("deep/round"));
+    Ran const ran = scan({place.path()});
+    EXPECT_EQ(titles(ran.out),
+              (std::vector<std::string>{
+                  place.file("a.mbox") + ", message 1", place.file("a.mbox") + ", message 2",
+                  place.file("archive") + ", message 1", place.file("archive") + ", message 2",
+                  place.file("b.EML"), place.file("box/cur/1"), place.file("deep/er/header")}));
+    EXPECT_EQ(linesOf(ran.out).back(), "7 messages, 7 parts, 7 links. 2 files that are no mail passed over.");
+    EXPECT_EQ(ran.status, 0);
+}
+
+TEST(Scan, ReadsAFileThatWasNamedWhateverItLooksLike) {
+    TemporaryDirectory const place;
+    Ran const ran = scan({place.write("message.txt", message("one"))});
+    EXPECT_EQ(ran.status, 0);
+    EXPECT_EQ(under("Subject", ran.out), std::vector<std::string>{"one"});
+}
+
+TEST(Scan, GivesEachBadMessageItsErrorAndGoesOn) {
+    TemporaryDirectory const place;
+    std::string const missing = place.file("missing.eml");
+    std::string const empty = place.write("empty.eml", "");
+    std::string const good = place.write("good.eml", message("good"));
+    Ran const ran = scan({missing, empty, "/dev/null", good});
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_EQ(titles(ran.out), (std::vector<std::string>{missing, empty, "/dev/null", good}));
+    EXPECT_EQ(under("Error", ran.out),
+              (std::vector<std::string>{"No such file or directory", "empty: there is no message in it",
+                                        "empty: there is no message in it"}));
+    EXPECT_EQ(linesOf(ran.out).back(), "1 message, 1 part, 1 link. 3 bad, see the lines \"Error\".");
+}
+
+TEST(Scan, KnowsWhatIsNoMessage) {
+    for (char const* text : {"\nJust text, see www.example.com.\n", "Just text, see www.example.com.\n"}) {
+        Ran const ran = scan({}, {text, {}, ""});
+        EXPECT_EQ(ran.status, 1);
+        EXPECT_THAT(under("Error", ran.out), testing::Contains("no header field: this is no message"));
+        EXPECT_EQ(under("Links", ran.out).size(), 1U);
+    }
+}
+
+TEST(Scan, GoesOnBehindAMessageOfAnMboxThatIsNone) {
+    std::string const marker = "From a@example.com Mon Mar  2 09:14:05 2026\n";
+    Ran const ran = scan({}, {marker + "no header here: see www.example.org\n\n" + mbox(), {}, ""});
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_EQ(under("Error", ran.out).size(), 2U);
+    EXPECT_EQ(under("Subject", ran.out), (std::vector<std::string>{"one", "two"}));
+    EXPECT_EQ(under("Links", ran.out).size(), 3U);
+}
+
+TEST(Scan, KnowsAMultipartThatBreaksOff) {
+    Ran const ran = scan({}, {"From: a@example.com\nContent-Type: multipart/mixed; boundary=x\n\n"
+                              "--x\n\nSee www.example.com\n",
+                              {},
+                              ""});
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_EQ(under("Error", ran.out), std::vector<std::string>{"a multipart breaks off before its end"});
+    EXPECT_EQ(under("Links", ran.out).size(), 1U);
+}
+
+TEST(Scan, LivesThroughMultipartsNestedWithoutEnd) {
+    std::string nested = "From: a@example.com\n";
+    for (int i = 0; i < 20000; ++i) {
+        std::string const boundary = "b" + std::to_string(i);
+        nested += "Content-Type: multipart/mixed; boundary=" + boundary + "\n\n--" + boundary + "\n";
+    }
+    Ran const ran = scan({}, {nested + "\nwww.example.com\n", {}, ""});
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_THAT(under("Error", ran.out), testing::Contains("multiparts are nested too deep"));
+}
+
+TEST(Scan, KeepsTheLinksOfABrokenBase64Part) {
+    Ran const ran = scan({std::string(examples) + "/07-broken-base64.eml"});
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_EQ(under("Error", ran.out),
+              std::vector<std::string>{"part 2: Invalid Base64 Encoding at pos 30. Character=0x21"});
+    EXPECT_EQ(under("Links", ran.out),
+              (std::vector<std::string>{"1  example.com  www     https://www.example.com/parcel",
+                                        "2  example.com  parcel  http://parcel.example.com/first",
+                                        "2  example.com  parcel  http://parcel.example.com/second"}));
+}
+
+TEST(Scan, DecodesQuotedPrintableAndUuencodeBeforeItLooksForLinks) {
+    Ran const ran =
+        scan({}, {"From: a@example.com\nContent-Type: multipart/mixed; boundary=x\n\n"
+                  "--x\nContent-Transfer-Encoding: quoted-printable\n\nSee http://www.exam=\nple.com/=41\n"
+                  "--x\nContent-Transfer-Encoding: x-uuencode\n\n"
+                  "begin 644 t\n6=W=W+F5X86UP;&4N;W)G+W5U96YC\n`\nend\n--x--\n",
+                  {},
+                  ""});
+    EXPECT_EQ(under("Links", ran.out),
+              (std::vector<std::string>{"1  example.com  www  http://www.example.com/A",
+                                        "2  example.org  www  http://www.example.org/uuenc"}));
+}
+
+TEST(Scan, HashesTheDecodedContent) {
+    // The digest of "abc" in RFC 1321.
+    for (char const* encoded : {"7bit\n\nabc", "base64\n\nYWJj", "quoted-printable\n\n=61b=\nc"}) {
+        Ran const ran =
+            scan({}, {std::string("From: a@example.com\nContent-Transfer-Encoding: ") + encoded, {}, ""});
+        EXPECT_THAT(ran.out, testing::HasSubstr(" 3 B  900150983cd24fb0d6963f7d28e17f72\n")) << encoded;
+    }
+}
+
+TEST(Scan, FindsLinksInOtherCharacterSets) {
+    std::string wide;
+    for (char const c : std::string("See http://bc.example.de/\n")) wide += std::string{c, '\0'};
+    Ran const ran =
+        scan({}, {"From: a@example.com\nContent-Type: text/plain; charset=UTF-16LE\n\n" + wide, {}, ""});
+    EXPECT_EQ(under("Links", ran.out), std::vector<std::string>{"1  example.de  bc  http://bc.example.de/"});
+}
+
+TEST(Scan, LooksForLinksInTextOnly) {
+    Ran const ran =
+        scan({}, {"From: a@example.com\nContent-Type: application/x-thing\n\nwww.example.com\n", {}, ""});
+    EXPECT_TRUE(under("Links", ran.out).empty());
+}
+
+TEST(Scan, KeepsTheLinksOfEachPartApart) {
+    Ran const ran = scan({std::string(examples) + "/09-bounce.eml"});
+    EXPECT_EQ(under("Links", ran.out),
+              (std::vector<std::string>{"1    example.org       mailto:nobody@example.org",
+                                        "1    example.com  www  https://www.example.com/help/bounces",
+                                        "3.1  example.com  www  http://www.example.com/hello",
+                                        "3.2  example.com  www  http://www.example.com/hello"}));
+}
+
+TEST(Scan, FindsTheSameWhateverStaysInMemory) {
+    std::string const whole = scan({examples}).out;
+    for (char const* memory : {"0", "1", "100", "1K", "1M"}) {
+        TemporaryDirectory const swap;
+        EXPECT_EQ(scan({"--memory", memory, "--tmp", swap.path(), examples}).out, whole) << memory;
+        EXPECT_TRUE(std::filesystem::is_empty(swap.path())) << memory;
+    }
+}
+
+TEST(Scan, FindsEveryLinkOfATextThatIsSniffedInPieces) {
+    std::string text = "From: a@example.com\n\n";
+    std::string const filler(80, '-');
+    for (int i = 0; i < 240000; ++i)
+        text += filler + (i % 60000 == 0 ? " www.a" + std::to_string(i) + ".example.com" : "") + "\n";
+    EXPECT_EQ(under("Links", scan({}, {text, {}, ""}).out).size(), 4U);
+}
+
+TEST(Scan, TakesBareDomainsForLinksUnlessItIsStrict) {
+    Surroundings const bare{"From: a@example.com\n\nGo to example.com/page or www.example.org\n", {}, ""};
+    EXPECT_EQ(under("Links", scan({}, bare).out).size(), 2U);
+    EXPECT_EQ(under("Links", scan({"--strict"}, bare).out),
+              std::vector<std::string>{"1  example.org  www  http://www.example.org"});
+}
+
+TEST(Scan, TakesTheFirstReturnPathForTheEnvelope) {
+    Ran const ran = scan(
+        {}, {"Return-Path: <a@example.com>\nReturn-Path: <b@example.com>\nFrom: c@example.com\n\n", {}, ""});
+    EXPECT_EQ(under("Envelope", ran.out), std::vector<std::string>{"a@example.com"});
+}
+
+TEST(Scan, ShowsWhatIsNoAddressAsItStands) {
+    Ran const ran = scan({}, {"Return-Path: a b\nFrom: @@\n\n", {}, ""});
+    EXPECT_EQ(under("Envelope", ran.out), std::vector<std::string>{"no path: a b"});
+    EXPECT_EQ(under("From", ran.out), std::vector<std::string>{"no address: @@"});
+}
+
+TEST(Scan, UnfoldsHeaderFields) {
+    Ran const ran =
+        scan({}, {"From: Anna\r\n Lind\r\n\t<a@example.com>\r\nSubject: two\r\n words\r\n\r\n", {}, ""});
+    EXPECT_EQ(under("From", ran.out), std::vector<std::string>{"Anna Lind <a@example.com>"});
+    EXPECT_EQ(under("Subject", ran.out), std::vector<std::string>{"two words"});
+}
+
+TEST(Scan, WritesOutWhatATerminalWouldObey) {
+    Ran const ran = scan(
+        {}, {"From: \"\x1b]0;owned\x07\" <a@example.com>\nSubject: =?utf-8?q?=E2=80=AEevil=1b?= \x9b\n\n",
+             {},
+             ""});
+    EXPECT_EQ(under("From", ran.out), std::vector<std::string>{"\"\\x1b]0;owned\\x07\" <a@example.com>"});
+    EXPECT_THAT(under("Subject", ran.out).front(), testing::StartsWith("\\u{202e}evil\\x1b "));
+    for (char const c : ran.out) EXPECT_TRUE(c == '\n' || static_cast<unsigned char>(c) >= 0x20);
+}
+
+TEST(Scan, SaysThatTheListsAreMissingAndFindsAddressesAllTheSame) {
+    Ran const ran = quillmark({"scan", std::string(examples) + "/06-private-link.eml"});
+    EXPECT_THAT(ran.out, testing::HasSubstr("http://203.0.113.9:8080/login"));
+    Ran const wrong = quillmark({"scan", "--lists", "/nonexistent", examples});
+    EXPECT_EQ(wrong.status, 2);
+    EXPECT_EQ(wrong.err, "quillmark: cannot read the domain list /nonexistent/gtld\n");
+    EXPECT_EQ(wrong.out, "");
+}
+
+TEST(Scan, RefusesAPlaceForSwapFilesThatIsNone) {
+    Ran const ran = scan({"--tmp", "/nonexistent", examples});
+    EXPECT_EQ(ran.status, 2);
+    EXPECT_EQ(ran.err, "quillmark: /nonexistent: cannot write swap files there\n");
+}
+
+TEST(Scan, ReportsAPartThatFitsInNoSwapFileAndGoesOn) {
+    if (::geteuid() == 0) {
+        // Nothing is unwritable to root: only the other half can be seen, that a full device is an error.
+        Ran const full = scan({examples}, {"", {}, "/dev/full"});
+        EXPECT_EQ(full.status, 2);
+        EXPECT_EQ(full.err, "quillmark: cannot write the report: No space left on device\n");
+        return;
+    }
+    TemporaryDirectory const place;
+    ASSERT_EQ(::chmod(place.path().c_str(), 0500), 0);
+    EXPECT_EQ(scan({"--tmp", place.path(), examples}).status, 2);
+}
+
+TEST(Scan, SaysWhenTheReportCannotBeWritten) {
+    Ran const ran = scan({examples}, {"", {}, "/dev/full"});
+    EXPECT_EQ(ran.status, 2);
+    EXPECT_EQ(ran.err, "quillmark: cannot write the report: No space left on device\n");
+}
+
+TEST(Scan, UsesColoursOnATerminalOnly) {
+    std::string const file = std::string(examples) + "/06-private-link.eml";
+    auto const onTerminal = [&](std::vector<std::string> more, Surroundings const& surroundings = {}) {
+        more.insert(more.begin(), {"scan", "--lists", testLists()});
+        more.push_back(file);
+        return quillmarkOnTerminal(Terminal::Everything, more, surroundings).out;
+    };
+    std::string const colour = "\x1b[1;36m" + file + "\x1b[0m\n";
+    EXPECT_THAT(onTerminal({}), testing::StartsWith(colour));
+    EXPECT_THAT(onTerminal({}), testing::HasSubstr("\x1b[33mprivate IP address"));
+    EXPECT_THAT(onTerminal({"--color", "never"}), testing::StartsWith(file + "\n"));
+    EXPECT_THAT(onTerminal({}, {"", {{"NO_COLOR", "1"}}, ""}), testing::StartsWith(file + "\n"));
+    EXPECT_THAT(onTerminal({}, {"", {{"TERM", "dumb"}}, ""}), testing::StartsWith(file + "\n"));
+    EXPECT_THAT(scan({file}).out, testing::StartsWith(file + "\n"));
+    EXPECT_THAT(scan({"--color", "always", file}).out, testing::StartsWith(colour));
+}
+
+TEST(Scan, ShowsNoProgressForShortWork) {
+    Ran const ran = quillmarkOnTerminal(Terminal::ErrorsOnly, {"scan", "--lists", testLists(), examples});
+    EXPECT_EQ(ran.out, "");
+    EXPECT_EQ(ran.status, 1);
+}
+
+TEST(CommandLine, ShowsItsVersionAndItsHelp) {
+    Ran const version = quillmark({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out, "quillmark 1.0.0\n");
+    Ran const help = quillmark({"--help"});
+    EXPECT_EQ(help.status, 0);
+    for (char const* text :
+         {"scan", "lists", "address", "uri", "links", "host", "ip", "Examples:", "Exit status:"})
+        EXPECT_THAT(help.out, testing::HasSubstr(text));
+    Ran const scanHelp = quillmark({"scan", "--help"});
+    EXPECT_EQ(scanHelp.status, 0);
+    for (char const* text : {"--lists DIR", "--memory SIZE", "--tmp DIR", "--strict", "--json", "Examples:"})
+        EXPECT_THAT(scanHelp.out, testing::HasSubstr(text));
+}
+
+TEST(CommandLine, EndsWithTwoForWhatItDoesNotUnderstand) {
+    for (std::vector<std::string> const& arguments : {std::vector<std::string>{},
+                                                      {"frobnicate"},
+                                                      {"scan", "--frobnicate"},
+                                                      {"host"},
+                                                      {"scan", "--memory", "lots"}}) {
+        Ran const ran = quillmark(arguments);
+        EXPECT_EQ(ran.status, 2) << testing::PrintToString(arguments);
+        EXPECT_THAT(ran.err, testing::EndsWith("Try \"quillmark --help\".\n"));
+        EXPECT_EQ(ran.out, "");
+    }
+}

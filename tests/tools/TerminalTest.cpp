@@ -1,0 +1,95 @@
+#include "tools/Terminal.h"
+
+#include "tests/tools/Tool.h"
+
+using namespace QuillmarkTool;
+using QuillmarkTest::errorsOnTerminal;
+
+TEST(Harmless, KeepsTextAndWritesOutTheRest) {
+    struct {
+        std::string text;
+        std::string harmless;
+    } const rows[] = {
+        {"", ""},
+        {"Gr\xc3\xbc\xc3\x9f"
+         "e \xf0\x9f\x93\x9a",
+         "Gr\xc3\xbc\xc3\x9f"
+         "e \xf0\x9f\x93\x9a"},
+        {std::string("a\0b", 3), "a\\x00b"},
+        {"\x1b[2J\x7f\t\n", "\\x1b[2J\\x7f\\x09\\x0a"},
+        {"\xc2\x9b"
+         "31m",
+         "\\u{9b}31m"},
+        {"a\xe2\x80\x8b"
+         "b\xe2\x80\xae"
+         "c\xef\xbb\xbf\xc2\xad",
+         "a\\u{200b}b\\u{202e}c\\u{feff}\\u{ad}"},
+        {"\xf3\xa0\x81\x81", "\\u{e0041}"},
+        {"\xff\xc3", "\\xff\\xc3"},  // no lead byte, and one whose character is cut
+        {"\xc0\x80\xe0\x80\x80", "\\xc0\\x80\\xe0\\x80\\x80"},                    // longer than need be
+        {"\xed\xa0\x80\xf4\x90\x80\x80", "\\xed\\xa0\\x80\\xf4\\x90\\x80\\x80"},  // a surrogate, past the end
+        {"\xe2\x82", "\\xe2\\x82"},
+    };
+    for (auto const& row : rows) EXPECT_EQ(harmless(row.text), row.harmless) << QuillmarkTest::hex(row.text);
+}
+
+TEST(Columns, CountWhatATerminalShows) {
+    EXPECT_EQ(columnsOf("abc"), 3U);
+    EXPECT_EQ(columnsOf("\xc3\xbc"), 1U);
+    EXPECT_EQ(columnsOf("\xe4\xbe\x8b\xe3\x81\x88"), 4U);  // two wide characters
+    EXPECT_EQ(columnsOf("e\xcc\x81"), 1U);                 // a letter and its accent
+    EXPECT_EQ(padded("\xe4\xbe\x8b", 4), "\xe4\xbe\x8b  ");
+    EXPECT_EQ(padded("long", 2), "long");
+}
+
+TEST(BytesForPeople, HaveTwoDigitsAndAUnit) {
+    struct {
+        std::uint64_t bytes;
+        char const* text;
+    } const rows[] = {
+        {0, "0 B"},
+        {999, "999 B"},
+        {1000, "1.0 kB"},
+        {1049, "1.0 kB"},
+        {1050, "1.1 kB"},
+        {9949, "9.9 kB"},
+        {9950, "10 kB"},
+        {10499, "10 kB"},
+        {999499, "999 kB"},
+        {999500, "1.0 MB"},
+        {35000000, "35 MB"},
+        {1500000000, "1.5 GB"},
+        {18000000000000000000U, "18 EB"},
+    };
+    for (auto const& row : rows) EXPECT_EQ(bytesForPeople(row.bytes), row.text) << row.bytes;
+}
+
+TEST(Counted, KnowsOneAndMany) {
+    EXPECT_EQ(counted(0, "part", "parts"), "0 parts");
+    EXPECT_EQ(counted(1, "part", "parts"), "1 part");
+    EXPECT_EQ(counted(2, "part", "parts"), "2 parts");
+}
+
+TEST(Progress, IsOneLineThatGoesAwayAgain) {
+    EXPECT_EQ(errorsOnTerminal([] {
+                  Progress progress(std::chrono::milliseconds(0));
+                  progress.at(3, 1500, 6000, "box/cur/\x1b");
+              }),
+              "\r\x1b[K3 messages, 1.5 kB (25%)  box/cur/\\x1b\r\x1b[K");
+}
+
+TEST(Progress, KeepsToTheWidthOfTheTerminal) {
+    EXPECT_EQ(errorsOnTerminal([] {
+                  Progress progress(std::chrono::milliseconds(0));
+                  progress.at(1, 7, 0, std::string(200, 'x'));
+              }),
+              "\r\x1b[K1 message, 7 B\r\x1b[K");
+}
+
+TEST(Progress, IsPatient) {
+    EXPECT_EQ(errorsOnTerminal([] {
+                  Progress progress(std::chrono::hours(1));
+                  progress.at(3, 1500, 6000, "box");
+              }),
+              "");
+}
