@@ -1,0 +1,280 @@
+#include "include2/Resolver"
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <resolv.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <memory>
+#include <new>
+
+#include "foundation/Fail.h"
+#include "net/ResolverState.h"
+
+namespace Quillmark {
+
+namespace {
+
+constexpr Site here{"Resolver", 0};
+
+struct TypeRow {
+    int dns;
+    Resolver::RecordType type;
+    char const* name;
+};
+
+// Number on the wire, our own number, name. The first matching row wins, so the order counts:
+// 255 prints as ANY because that row stands above the one for what we do not know.
+constexpr TypeRow recordTypes[] = {
+    {1, Resolver::TypeA, "A"},
+    {2, Resolver::TypeNS, "NS"},
+    {5, Resolver::TypeCNAME, "CNAME"},
+    {12, Resolver::TypePTR, "PTR"},
+    {15, Resolver::TypeMX, "MX"},
+    {16, Resolver::TypeTXT, "TXT"},
+    {6, Resolver::TypeSOA, "SOA"},
+    {255, Resolver::TypeANY, "ANY"},
+    {28, Resolver::TypeAAAA, "AAAA"},
+    {99, Resolver::TypeSPF, "SPF"},
+    {255, Resolver::TypeUnknown, "Unknown"},
+    {32769, Resolver::TypeUnknown, "DLV"},
+    {48, Resolver::TypeUnknown, "DNSKEY"},
+    {43, Resolver::TypeUnknown, "DS"},
+    {47, Resolver::TypeUnknown, "NSEC"},
+    {50, Resolver::TypeUnknown, "NSEC3"},
+    {51, Resolver::TypeUnknown, "NSEC3PARAM"},
+    {46, Resolver::TypeUnknown, "RRSIG"},
+    {32768, Resolver::TypeUnknown, "TA"},
+    {3, Resolver::TypeUnknown, "MD"},
+    {4, Resolver::TypeUnknown, "MF"},
+    {7, Resolver::TypeUnknown, "MB"},
+    {8, Resolver::TypeUnknown, "MG"},
+    {9, Resolver::TypeUnknown, "MR"},
+    {10, Resolver::TypeUnknown, "NULL"},
+    {11, Resolver::TypeUnknown, "WKS"},
+    {13, Resolver::TypeUnknown, "HINFO"},
+    {14, Resolver::TypeUnknown, "MINFO"},
+    {17, Resolver::TypeUnknown, "RP"},
+    {18, Resolver::TypeUnknown, "AFSDB"},
+    {19, Resolver::TypeUnknown, "X25"},
+    {20, Resolver::TypeUnknown, "ISDN"},
+    {21, Resolver::TypeUnknown, "RT"},
+    {22, Resolver::TypeUnknown, "NSAP"},
+    {23, Resolver::TypeUnknown, "NSAP_PTR"},
+    {24, Resolver::TypeUnknown, "SIG"},
+    {25, Resolver::TypeUnknown, "KEY"},
+    {26, Resolver::TypeUnknown, "PX"},
+    {27, Resolver::TypeUnknown, "GPOS"},
+    {29, Resolver::TypeUnknown, "LOC"},
+    {30, Resolver::TypeUnknown, "NXT"},
+    {31, Resolver::TypeUnknown, "EID"},
+    {32, Resolver::TypeUnknown, "NIMLOC"},
+    {33, Resolver::TypeUnknown, "SRV"},
+    {34, Resolver::TypeUnknown, "ATMA"},
+    {35, Resolver::TypeUnknown, "NAPTR"},
+    {36, Resolver::TypeUnknown, "KX"},
+    {37, Resolver::TypeUnknown, "CERT"},
+    {38, Resolver::TypeUnknown, "A6"},
+    {39, Resolver::TypeUnknown, "DNAME"},
+    {40, Resolver::TypeUnknown, "SINK"},
+    {41, Resolver::TypeUnknown, "OPT"},
+    {42, Resolver::TypeUnknown, "APL"},
+    {249, Resolver::TypeUnknown, "TKEY"},
+    {250, Resolver::TypeUnknown, "TSIG"},
+    {251, Resolver::TypeUnknown, "IXFR"},
+    {252, Resolver::TypeUnknown, "AXFR"},
+    {253, Resolver::TypeUnknown, "MAILB"},
+    {254, Resolver::TypeUnknown, "MAILA"},
+    {256, Resolver::TypeUnknown, "ZXFR"},
+    {44, Resolver::TypeUnknown, "SSHFP"},
+    {45, Resolver::TypeUnknown, "IPSECKEY"},
+    {55, Resolver::TypeUnknown, "HIP"},
+    {49, Resolver::TypeUnknown, "DHCID"},
+};
+static_assert(std::size(recordTypes) == 64);
+
+struct ClassRow {
+    int dns;
+    Resolver::RecordClass recordClass;
+    char const* name;
+};
+
+constexpr ClassRow recordClasses[] = {
+    {1, Resolver::ClassIN, "IN"},           {2, Resolver::ClassCS, "CS"},
+    {3, Resolver::ClassCH, "CH"},           {4, Resolver::ClassHS, "HS"},
+    {254, Resolver::ClassNONE, "NONE"},     {255, Resolver::ClassANY, "ANY"},
+    {1, Resolver::ClassUnknown, "Unknown"},
+};
+
+/// The wanted field of the first row whose key is the given one, or the fallback.
+template <class Rows, class Row, class Key, class Field>
+constexpr Field lookUp(Rows const& rows, Key Row::*key, Key value, Field Row::*field, Field fallback) {
+    auto const row = std::find_if(std::begin(rows), std::end(rows),
+                                  [&](Row const& candidate) { return candidate.*key == value; });
+    return row == std::end(rows) ? fallback : (*row).*field;
+}
+
+constexpr char const* unknownName = "Unknown";
+
+// No search list, no default domain, no host aliases, no second question over TCP. The bit that the
+// system does not name any more (it was RES_NOIP6DOT) has no effect.
+constexpr unsigned long resolverOptions = RES_INIT | RES_IGNTC | RES_RECURSE | RES_NOALIASES | 0x80000UL;
+static_assert(resolverOptions == 0x81061);
+
+using State = struct __res_state;
+
+/// The resolver state of a thread, ready for use, until its thread ends.
+class ThreadState : private NonCopyable {
+public:
+    ThreadState() {
+        State& state = _res;
+        if ((state.options & RES_INIT) != 0) ::res_nclose(&state);  // somebody else has used it
+        if (::res_ninit(&state) == -1) fail("Resolver", ResolverError, here);
+        state.options = resolverOptions;
+    }
+    virtual ~ThreadState() {
+        State& state = _res;
+        ::res_nclose(&state);
+        state.options = 0;  // whoever asks later in the thread's end prepares it again
+    }
+};
+
+/// Where the C library keeps the thread's first server when that is an IPv6 one; null if there never
+/// was one. It may hold a copy of an IPv4 server as well.
+sockaddr_in6*& firstSlot(State& state) {
+    return state._u._ext.nsaddrs[0];
+}
+
+void useServer(State& state, in_addr const& address, in_port_t port) {
+    sockaddr_in& first = state.nsaddr_list[0];
+    first.sin_family = AF_INET;
+    first.sin_port = port;
+    first.sin_addr = address;
+    state.nscount = 1;
+    state._u._ext.nscount = 0;
+}
+
+void useServer(State& state, in6_addr const& address, in_port_t port) {
+    sockaddr_in6*& slot = firstSlot(state);
+    // The C library frees it.
+    if (!slot) slot = static_cast<sockaddr_in6*>(std::calloc(1, sizeof *slot));
+    if (!slot) throw std::bad_alloc();
+    slot->sin6_family = AF_INET6;
+    slot->sin6_port = port;
+    slot->sin6_flowinfo = 0;
+    slot->sin6_addr = address;
+    slot->sin6_scope_id = 1;
+    state._u._ext.nscount = 1;
+    state.nscount = 1;
+    // Without a family the C library looks into the slot. The port stays, for those who read it here.
+    state.nsaddr_list[0].sin_family = 0;
+}
+
+/// The first server's IPv6 address, null when it is an IPv4 one. The C library marks an IPv6 server by
+/// its count or by the missing family of the IPv4 entry.
+in6_addr const* firstV6Server(State& state) {
+    sockaddr_in6 const* const slot = firstSlot(state);
+    bool const used = state._u._ext.nscount != 0 || state.nsaddr_list[0].sin_family == 0;
+    return used && slot && slot->sin6_family == AF_INET6 ? &slot->sin6_addr : nullptr;
+}
+
+}  // namespace
+
+CurrentServer currentServer() {
+    State& state = _res;
+    sockaddr_in const& first = state.nsaddr_list[0];
+    in6_addr const* const address = firstV6Server(state);
+    return {address ? IPAddress(*address) : IPAddress(first.sin_addr), ntohs(first.sin_port)};
+}
+
+Resolver::~Resolver() = default;
+
+Resolver* Resolver::instance() {
+    static Resolver* const resolver = new Resolver;
+    resolver->prepareThread();
+    return resolver;
+}
+
+void Resolver::prepareThread() {
+    if (m_key.value()) return;
+    Synchronized const guard(m_lock);
+    auto state = std::make_unique<ThreadState>();
+    if (m_key.value(state.get()) != 0) fail("Resolver", ResolverError, here);
+    state.release();  // the key's, until the thread ends
+}
+
+ResolverMessage Resolver::submit(unsigned short dnsType, unsigned short dnsClass,
+                                 std::string const& name) const {
+    auto* const impl = new ResolverMessageImpl;
+    ResolverMessage const message(impl, false);
+    if (name.find('\0') != std::string::npos) {
+        impl->resolve_error(NO_RECOVERY);
+        return message;
+    }
+    int const length =
+        ::res_nsearch(&_res, name.c_str(), dnsClass, dnsType, impl->data(), static_cast<int>(impl->size()));
+    if (length == -1)
+        impl->resolve_error(h_errno);
+    else
+        impl->length(length);
+    return message;
+}
+
+ResolverMessage Resolver::submit(RecordType type, std::string const& name, RecordClass recordClass) const {
+    return submit(static_cast<unsigned short>(convertRecordType(type)),
+                  static_cast<unsigned short>(convertRecordClass(recordClass)), name);
+}
+
+IPAddress Resolver::getIPAddress(HostName const& name) const {
+    if (name.isNull()) return IPAddress();
+    if (name.isIPAddress()) return IPAddress(name.asString());
+    return submit(TypeA, name.asString(), ClassIN).getIPAddress();
+}
+
+HostName Resolver::getHostname(IPAddress const& address) const {
+    std::string const name =
+        address.asStringReversed(true) + (address.isV4() ? ".in-addr.arpa." : ".ip6.arpa.");
+    return submit(TypePTR, name, ClassIN).getHostname();
+}
+
+void Resolver::server(IPAddress const& address, unsigned int port) const {
+    in_port_t const wirePort = htons(static_cast<in_port_t>(port));
+    if (address.isV4()) useServer(_res, address.asInAddr(), wirePort);
+    if (address.isV6()) useServer(_res, address.asIn6Addr(), wirePort);
+}
+
+Resolver::RecordType Resolver::convertRecordType(int dnsType) noexcept {
+    return lookUp(recordTypes, &TypeRow::dns, dnsType, &TypeRow::type, TypeUnknown);
+}
+
+int Resolver::convertRecordType(RecordType type) noexcept {
+    return lookUp(recordTypes, &TypeRow::type, type, &TypeRow::dns, 255);
+}
+
+char const* Resolver::recordTypeName(RecordType type) noexcept {
+    return lookUp(recordTypes, &TypeRow::type, type, &TypeRow::name, unknownName);
+}
+
+char const* Resolver::recordTypeName(int dnsType) noexcept {
+    return lookUp(recordTypes, &TypeRow::dns, dnsType, &TypeRow::name, unknownName);
+}
+
+Resolver::RecordClass Resolver::convertRecordClass(int dnsClass) noexcept {
+    return lookUp(recordClasses, &ClassRow::dns, dnsClass, &ClassRow::recordClass, ClassUnknown);
+}
+
+int Resolver::convertRecordClass(RecordClass recordClass) noexcept {
+    return lookUp(recordClasses, &ClassRow::recordClass, recordClass, &ClassRow::dns, 1);
+}
+
+char const* Resolver::recordClassName(RecordClass recordClass) noexcept {
+    return lookUp(recordClasses, &ClassRow::recordClass, recordClass, &ClassRow::name, unknownName);
+}
+
+char const* Resolver::recordClassName(int dnsClass) noexcept {
+    return lookUp(recordClasses, &ClassRow::dns, dnsClass, &ClassRow::name, unknownName);
+}
+
+}  // namespace Quillmark

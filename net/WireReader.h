@@ -1,0 +1,59 @@
+#pragma once
+// A DNS message (RFC 1035) read field by field.
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Quillmark {
+
+/// Reads from an offset that moves with every field. What lies in the array behind the message reads as
+/// it is, what lies behind the array as 0; whoever minds asks need() first.
+class WireReader {
+public:
+    /// @param array  what holds the message; it must outlive the reader
+    explicit WireReader(std::span<unsigned char const> array) : m_array(array) {}
+
+    /// How much of the array is message. Forgets what was learnt of its names.
+    void length(std::size_t length);
+
+    std::size_t offset() const noexcept { return m_offset; }
+    bool atEnd() const noexcept { return m_offset >= m_length; }
+    std::size_t remaining() const noexcept { return atEnd() ? 0 : m_length - m_offset; }
+    /// Throws "Packet is corrupt" in the name of the operation unless the next bytes lie in the message.
+    void need(std::size_t count, char const* operation) const;
+
+    std::uint8_t u8() noexcept { return byte(m_offset++); }
+    std::uint16_t u16() noexcept;
+    std::uint32_t u32() noexcept;
+    /// The next bytes, which must lie in the message.
+    std::string_view peek(std::size_t count) const;
+    std::string_view bytes(std::size_t count);
+    void skip(std::size_t count) noexcept { m_offset += count; }
+
+    /// Appends a name to the text, with a dot between the two. Throws "OutOfBounds name index" for a name
+    /// that leaves the message or does not end.
+    void name(std::string& text);
+    std::string name();
+
+    [[noreturn]] static void failCorrupt(char const* operation);
+
+private:
+    std::uint8_t byte(std::size_t at) const noexcept { return at < m_array.size() ? m_array[at] : 0; }
+    std::uint8_t nameByte(std::size_t at) const;
+    bool isPointer(std::size_t at) const;
+    std::size_t target(std::size_t pointer) const;
+    std::size_t follow(std::size_t pointer);
+    void appendLabel(std::size_t at, std::size_t count, std::string& text);
+
+    std::span<unsigned char const> m_array;
+    std::size_t m_length = 0;
+    std::size_t m_offset = 0;
+    std::size_t m_nameBytes = 0;  // of all names so far
+    // For each pointer to a pointer that was followed, one more than the place where the chain ends.
+    std::vector<std::uint16_t> m_chainEnds;
+};
+
+}  // namespace Quillmark
