@@ -8,6 +8,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <stdio.h>
 
 #include "platform/quill_ip.h"
 
@@ -121,6 +122,95 @@ QUILL_EXPORT void quill_emailaddress_container_destroy(quill_emailaddress_contai
 QUILL_EXPORT int quill_int_is_private_ip_address(unsigned int address);
 
 /* ---- DNS ------------------------------------------------------------------------------------ */
+
+/** The answer to one question, or its failure. Arrays are the caller's; texts and bytes in them belong to
+ *  the query and live until quill_dns_query_release. One thread at a time. */
+typedef void quill_dns_query;
+
+/** One entry of the question section: 96 bytes. */
+typedef struct quill_dns_question {
+    uint16_t type;         /**< the number of RFC 1035 */
+    uint16_t record_class; /**< the number of RFC 1035 */
+    uint32_t reserved;
+    char const* name; /**< without the last dot; never null */
+    unsigned char reserved2[80];
+} quill_dns_question;
+
+/** One record: 96 bytes. What its type has no use for is 0 or the empty text; no pointer is null. */
+typedef struct quill_dns_record {
+    uint16_t type;         /**< the number of RFC 1035 */
+    uint16_t record_class; /**< the number of RFC 1035 */
+    uint32_t reserved;
+    char const* name; /**< without the last dot */
+    uint32_t ttl;     /**< seconds */
+    uint32_t reserved2;
+    char const* value; /**< the address, the target, the exchange (MX) or all the text (TXT) */
+    uint32_t mx_rank;  /**< the preference of an MX record */
+    uint32_t reserved3;
+    char const* mname; /**< SOA: the primary name server */
+    char const* rname; /**< SOA: the mailbox, as a name */
+    uint32_t serial;
+    uint32_t refresh; /**< seconds */
+    uint32_t retry;   /**< seconds */
+    uint32_t expire;  /**< seconds */
+    uint32_t minimum; /**< seconds */
+    uint32_t reserved4;
+    unsigned char const* rdata; /**< the data as received */
+    uint64_t rdata_length;      /**< bytes */
+} quill_dns_record;
+
+/** Asks a question and waits for the answer. A truncated answer is not asked again over TCP.
+ *  @param type, record_class  the numbers of RFC 1035
+ *  @param name    asked for as it stands
+ *  @param server  whom to ask: an address, or a name with a registered domain. It stays the server of the
+ *                 calling thread. Null, the empty text and a @p port below 1 leave the thread's server;
+ *                 so does a name without an address, which is logged.
+ *  @return a query for quill_dns_query_release, also when the question failed: quill_dns_query_get_error
+ *          says so. Null for a null name and when the resolver cannot be used. */
+QUILL_EXPORT quill_dns_query* quill_dns_query_create(int type, int record_class, char const* name,
+                                                     char const* server, int port);
+/** Frees a query. Null is left alone. */
+QUILL_EXPORT void quill_dns_query_release(quill_dns_query* query);
+
+/* The sections. Each gives the number of entries, and -1, nothing stored, for null and for a question that
+ * failed. The array is for free(); null when there are no entries, or no memory: the count is given all
+ * the same. Where to store it may be null. */
+QUILL_EXPORT int quill_dns_query_get_queries(quill_dns_query* query, quill_dns_question** questions);
+QUILL_EXPORT int quill_dns_query_get_answers(quill_dns_query* query, quill_dns_record** records);
+QUILL_EXPORT int quill_dns_query_get_nameserver_records(quill_dns_query* query, quill_dns_record** records);
+QUILL_EXPORT int quill_dns_query_get_additional_records(quill_dns_query* query, quill_dns_record** records);
+
+/** Stores 1 or 0 for "the server is an authority for the name" (AA) and "the answer was cut" (TC). Either
+ *  pointer may be null.
+ *  @return 0, or -1 and nothing stored for null and for a question that failed */
+QUILL_EXPORT int quill_dns_query_get_flags(quill_dns_query* query, int* authoritative, int* truncated);
+
+/** Stores why a question failed, as h_errno, and the system's text for it, which lasts. Either pointer may
+ *  be null.
+ *  @return 0 for a question that failed; -1 and nothing stored for null and for one that did not */
+QUILL_EXPORT int quill_dns_query_get_error(quill_dns_query* query, int* error, char const** text);
+
+/** Writes the answer for people. Null prints as such; a null @p out is left alone. */
+QUILL_EXPORT void quill_dns_query_print(quill_dns_query* query, FILE* out);
+
+/** "IN" for 1; "Unknown" if there is no name. The text lasts. */
+QUILL_EXPORT char const* quill_dns_class_name(int record_class);
+/** "MX" for 15; "Unknown" if there is no name. The text lasts. */
+QUILL_EXPORT char const* quill_dns_type_name(int type);
+
+/** Gives the address of the calling thread's first server, cut to size - 1 characters and always
+ *  terminated; the rest of the buffer is zeros. Without a buffer, or with a @p size below 1, only the port.
+ *  @param port  takes the port of the first IPv4 server, also where the address is IPv6; may be null
+ *  @return 0 */
+QUILL_EXPORT int quill_dns_get_serverinfo(char* buffer, int size, int* port);
+
+/** @return 1 for a host name with a registered domain, 0 for an IP literal, -1 for anything else */
+QUILL_EXPORT int quill_dns_validate_hostname(char const* name);
+
+/** Gives the name for a reverse lookup, without the last dot ("1.2.0.192.in-addr.arpa" for 192.0.2.1), cut
+ *  to size - 1 characters and always terminated; the rest of the buffer is zeros.
+ *  @return 0; -1 and nothing written for null, for text that is no address and without room */
+QUILL_EXPORT int quill_dns_get_ip_querystring(char const* address, char* buffer, int size);
 
 /* ---- Host addresses ------------------------------------------------------------------------- */
 
