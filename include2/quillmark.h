@@ -214,6 +214,16 @@ QUILL_EXPORT int quill_dns_get_ip_querystring(char const* address, char* buffer,
 
 /* ---- Host addresses ------------------------------------------------------------------------- */
 
+/** The addresses of a host, IPv4 before IPv6, as its name servers give them.
+ *  @param addresses  takes the records. THE NAME "localhost", in capitals or not, WRITES ITS ONE RECORD
+ *                    (127.0.0.1) WHATEVER max AND family ARE: have room for one. A slot behind the last
+ *                    record that is counted may hold an address of another family.
+ *  @param max        the room, in records
+ *  @param family     2 for IPv4 only, 10 for IPv6 only, below 0 for both
+ *  @return the number of records; 0 for null arguments, for a host without addresses and on failure */
+QUILL_EXPORT int quill_hostname_to_ipaddress_list(char const* name, ip_addr_t* addresses, int max,
+                                                  int family);
+
 /* ---- The local request/response protocol ---------------------------------------------------- */
 
 #ifdef __cplusplus
