@@ -23,5 +23,6 @@ install(FILES ${PROJECT_BINARY_DIR}/QuillmarkConfig.cmake ${PROJECT_BINARY_DIR}/
     DESTINATION ${QUILLMARK_PACKAGE_DIR})
 
 # The file says where it stands relative to itself, so that an installed tree can be moved.
+file(RELATIVE_PATH QUILLMARK_PREFIX_FROM_PC /p/${CMAKE_INSTALL_LIBDIR}/pkgconfig /p)
 configure_file(cmake/quillmark.pc.in ${PROJECT_BINARY_DIR}/quillmark.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/quillmark.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
