@@ -63,7 +63,7 @@ Logger* Logger::instance(bool destroy) {
 }
 
 std::string Logger::evt_fmt(int /*level*/, char const* /*context*/, char const* format, ...) {
-    std::array<char, 4096> buffer;
+    std::array<char, 4096> buffer{};
     va_list list;
     va_start(list, format);
     std::string_view const text = formatted(buffer, 0, format, list);
@@ -119,7 +119,7 @@ int StdOutLogger::evt_log(int level, evt_log_args_t const& args, char const* for
 }
 
 int StdOutLogger::evt_logv(int /*level*/, evt_log_args_t const& args, char const* format, va_list list) {
-    std::array<char, 1024> buffer;
+    std::array<char, 1024> buffer{};
     std::string_view const text = formatted(buffer, args.argument, format, list);
     Synchronized const wholeLine(m_lock);
     std::cout.write(text.data(), static_cast<std::streamsize>(text.size())).put('\n').flush();

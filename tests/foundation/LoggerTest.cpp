@@ -24,6 +24,13 @@ struct LastEvent {
     int result = 0;
 } lastEvent;
 
+/// What was last asked of its formatting, and what that says instead of the truth.
+struct LastFormatting {
+    std::size_t size = 0;
+    unsigned int argument = 0;
+    int extra = 0;
+} lastFormatting;
+
 std::string described(int level, evt_log_args_t const& args, std::string const& text) {
     std::ostringstream out;
     out << std::hex << level << std::dec << " [" << args.argument << ' ' << args.reserved[0] << ' '
@@ -39,13 +46,19 @@ std::string vformatted(char const* format, va_list list) {
 
 }  // namespace
 
-// Stands in the place of the appliance's event log for this whole program.
+// These stand in the place of the appliance's event log for this whole program.
 int evt_logv(int level, evt_log_args_t const* args, char const* format, va_list list) {
     ++lastEvent.calls;
     lastEvent.level = level;
     lastEvent.args = *args;
     lastEvent.text = vformatted(format, list);
     return lastEvent.result;
+}
+
+int evt_format_logv(char* buffer, size_t size, unsigned int argument, char const* format, va_list list) {
+    lastFormatting.size = size;
+    lastFormatting.argument = argument;
+    return std::vsnprintf(buffer, size, format, list) + lastFormatting.extra;
 }
 
 namespace {
@@ -78,6 +91,7 @@ protected:
     LoggerTest() {
         Logger::instance(true);
         lastEvent = LastEvent();
+        lastFormatting = LastFormatting();
     }
     ~LoggerTest() override { Logger::instance(true); }
 };
@@ -203,6 +217,24 @@ TEST_F(LoggerTest, CutsTheTextOfAnEventAt4095Characters) {
 TEST_F(LoggerTest, GivesNoTextForAFormatThatCannotBeCarriedOut) {
     wchar_t const noCharacter[] = {static_cast<wchar_t>(0x7ffffff0), 0};
     EXPECT_EQ(Logger::evt_fmt(1, nullptr, "%ls", noCharacter), "");
+}
+
+TEST_F(LoggerTest, TellsTheFormattingItsSpaceAndTheArgumentWord) {
+    Logger::evt_fmt(1, nullptr, "%s", "x");
+    EXPECT_EQ(lastFormatting.size, 4096U);
+    EXPECT_EQ(lastFormatting.argument, 0U);
+    testing::internal::CaptureStdout();
+    StdOutLogger::instance()->evt_log(1, someArgs, "%s", "x");
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(lastFormatting.size, 1024U);
+    EXPECT_EQ(lastFormatting.argument, 5U);
+}
+
+TEST_F(LoggerTest, StaysInItsSpaceWhateverTheFormattingSaysOfTheLength) {
+    lastFormatting.extra = 1'000'000;
+    EXPECT_EQ(Logger::evt_fmt(1, nullptr, "%s", "x").size(), 4095U);
+    lastFormatting.extra = -1'000'000;
+    EXPECT_EQ(Logger::evt_fmt(1, nullptr, "%s", "x"), "");
 }
 
 TEST_F(LoggerTest, ForwardsToTheEventLog) {
