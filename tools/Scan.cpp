@@ -167,7 +167,6 @@ std::unique_ptr<Mime::Reader> Scanner::openPipe(int descriptor) {
 
 void Scanner::say(MessageReport const& report) {
     m_totals.add(report);
-    m_progress.clear();
     if (m_options.json)
         m_output.line(jsonOf(report));
     else

@@ -59,6 +59,13 @@ TEST(ListsCommand, SaysWhatTheListsCannotHold) {
                                    "1 wildcard, 1 exception, 0 without an ASCII form.\n"));
 }
 
+TEST(ListsCommand, LeavesOutWhatHasNoAsciiForm) {
+    Lists const made("com\n\xf0\x9f\x93\x9a.com\n");  // a pictogram, younger than the tables of RFC 3490
+    EXPECT_EQ(made.ran.status, 0);
+    EXPECT_EQ(made.cctld, "");
+    EXPECT_THAT(made.ran.out, testing::HasSubstr("0 wildcards, 0 exceptions, 1 without an ASCII form.\n"));
+}
+
 TEST(ListsCommand, TakesTheParentOfAWildcardForASuffix) {
     Lists const made("com\n*.er\n*.deep.example\n");
     EXPECT_EQ(made.gtld, "com\ner\n");

@@ -167,6 +167,16 @@ TEST(HostCommand, PrintsJson) {
         R"("public_suffix":false} -> 1)");
 }
 
+TEST(HostCommand, PassesOnWhatTheLibraryLogs) {
+    TemporaryDirectory const place;
+    place.write("gtld", "com\n" + std::string(200, 'x') + "\n");
+    place.write("cctld", "");
+    place.write("idntld", "");
+    Ran const ran = quillmark({"host", "--lists", place.path(), "www.example.com"});
+    EXPECT_THAT(ran.err, testing::StartsWith("quillmark: DomainNameGenericCodeContainer: "));
+    EXPECT_THAT(ran.out, testing::HasSubstr("registered domain  example.com\n"));
+}
+
 TEST(IpCommand, ShowsAddressesAndNetworks) {
     struct {
         char const* text;

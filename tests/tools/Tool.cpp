@@ -1,13 +1,16 @@
 #include "tests/tools/Tool.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <pty.h>
+#include <sched.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <stdexcept>
 
 namespace QuillmarkTest {
@@ -22,10 +25,14 @@ namespace {
     ::setenv("TERM", "xterm", 1);
     ::setenv("LC_ALL", "C", 1);
     for (auto const& [name, value] : surroundings.environment) ::setenv(name.c_str(), value.c_str(), 1);
+    if (surroundings.descriptors != 0) {
+        rlimit const limit{surroundings.descriptors, surroundings.descriptors};
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
     std::vector<char*> argv{const_cast<char*>("quillmark")};
     for (std::string const& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
-    ::execv(QUILLMARK_TOOL, argv.data());
+    ::execv(surroundings.program.empty() ? QUILLMARK_TOOL : surroundings.program.c_str(), argv.data());
     ::_exit(127);
 }
 
@@ -106,6 +113,33 @@ Ran quillmark(std::vector<std::string> const& arguments, Surroundings const& sur
     ran.status = waitedFor(child);
     if (surroundings.output.empty()) ran.out = readFile(outPath);
     ran.err = readFile(place.file("err"));
+    return ran;
+}
+
+Ran quillmarkInterrupted(std::vector<std::string> const& arguments, std::string const& input,
+                         std::function<bool()> const& ready) {
+    TemporaryDirectory const place;
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    int const out = opened(place.file("out"), O_WRONLY | O_CREAT);
+    pid_t const child = ::fork();
+    if (child == 0) {
+        ::dup2(ends[0], 0);
+        ::dup2(out, 1);
+        become(arguments, {}, place.path());
+    }
+    for (int const descriptor : {ends[0], out}) ::close(descriptor);
+    for (std::size_t at = 0; at < input.size();) {
+        ssize_t const count = ::write(ends[1], input.data() + at, input.size() - at);
+        if (count < 0 && errno != EINTR) break;
+        if (count > 0) at += static_cast<std::size_t>(count);
+    }
+    while (!ready() && ::waitpid(child, nullptr, WNOHANG) == 0) ::sched_yield();
+    ::kill(child, SIGINT);
+    Ran ran;
+    ran.status = waitedFor(child);
+    ::close(ends[1]);
+    ran.out = readFile(place.file("out"));
     return ran;
 }
 

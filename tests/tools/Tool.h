@@ -20,15 +20,22 @@ struct Ran {
 /// How a run differs from the usual: no input, the source tree as the working directory, a home and a
 /// data directory where nothing is.
 struct Surroundings {
-    std::string input;
-    std::vector<std::pair<std::string, std::string>> environment;
-    std::string output;  ///< write standard output to this file instead; Ran::out stays empty
+    std::string input{};
+    std::vector<std::pair<std::string, std::string>> environment{};
+    std::string output{};          ///< write standard output to this file instead; Ran::out stays empty
+    std::string program{};         ///< run this file instead of the one that was built
+    unsigned int descriptors = 0;  ///< how many the command may have open; 0 for as many as usual
 };
 
 /// Runs `quillmark` with @p arguments.
 Ran quillmark(std::vector<std::string> const& arguments, Surroundings const& surroundings = {});
 
-/// The same with standard output, or only standard error, on a terminal of its own, 100 columns wide.
+/// Starts the command with standard input from a pipe and interrupts it, as Ctrl-C does, once @p ready
+/// says so. @p input stands in the pipe, whose other end stays open.
+Ran quillmarkInterrupted(std::vector<std::string> const& arguments, std::string const& input,
+                         std::function<bool()> const& ready);
+
+/// Runs the command with standard output, or only standard error, on a terminal of its own, 100 columns wide.
 /// What the terminal gets is Ran::out, with its line ends as "\n".
 enum class Terminal { Everything, ErrorsOnly };
 Ran quillmarkOnTerminal(Terminal terminal, std::vector<std::string> const& arguments,
