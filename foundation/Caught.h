@@ -10,4 +10,8 @@ namespace Quillmark {
 /// throws nothing, but lets the end of a cancelled thread pass.
 void logCaught(char const* function, Exception const& exception);
 
+/// The same for an exception that is not one of the library's: writes EventUnknownException with
+/// @p function.
+void logUnknown(char const* function);
+
 }  // namespace Quillmark

@@ -146,4 +146,12 @@ void logCaught(char const* function, Exception const& exception) {
     }
 }
 
+void logUnknown(char const* function) {
+    try {
+        Logger::instance()->evt_log(EventUnknownException, nullptr, "%s", function);
+    } catch (Exception const&) {
+    } catch (std::exception const&) {
+    }
+}
+
 }  // namespace Quillmark

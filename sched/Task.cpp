@@ -1,0 +1,285 @@
+#include "include2/QuillTask"
+
+#include <cxxabi.h>
+
+#include <memory>
+#include <mutex>
+#include <new>
+#include <utility>
+
+#include "foundation/Caught.h"
+#include "foundation/Fail.h"
+#include "include2/Logger"
+#include "sched/PatientWait.h"
+
+namespace Quillmark {
+namespace Task {
+
+namespace {
+
+constexpr uint_t workers = 5;
+
+constexpr char const doThread[] = "virtual void Quillmark::Task::TaskMaster::do_thread(Quillmark::uint_t)";
+
+/// What a handle holds. One that holds null is refused like one that holds nothing.
+template <class T>
+T& held(Ref<T> const& handle) {
+    T* const impl = handle.operator->();
+    if (!impl) refuseEmptyRef();
+    return *impl;
+}
+
+}  // namespace
+
+ElementImpl::ElementImpl() noexcept = default;
+ElementImpl::~ElementImpl() = default;
+
+void ElementImpl::do_work() {
+    m_started = ::time(nullptr);
+    process();
+}
+
+TaskImpl::TaskImpl() noexcept = default;
+TaskImpl::~TaskImpl() = default;
+
+bool TaskImpl::finished() const {
+    if (!m_elementCreationFinished) return false;
+    Synchronized const guard(m_lock);
+    return m_outstanding.empty();
+}
+
+// An element that leaves the map may be the last of its kind, and its destructor is the daemon's: it
+// goes when the lock is free again.
+void TaskImpl::add(Ref<ElementImpl> const& element) {
+    uint_t const id = held(element).id();
+    Ref<ElementImpl> exchanged(element);
+    Synchronized const guard(m_lock);
+    std::swap(m_outstanding[id], exchanged);
+}
+
+void TaskImpl::remove(Ref<ElementImpl> const& element) {
+    uint_t const id = held(element).id();
+    std::map<uint_t, Ref<ElementImpl>>::node_type removed;
+    Synchronized const guard(m_lock);
+    removed = m_outstanding.extract(id);
+}
+
+void TaskImpl::do_work(uint_t taskId) {
+    m_elementCreationFinished = false;
+    m_started = ::time(nullptr);
+    createElements(taskId);
+}
+
+template <class Element, class Work, class Queue>
+Scheduler<Element, Work, Queue>::Scheduler() = default;
+
+template <class Element, class Work, class Queue>
+Scheduler<Element, Work, Queue>::~Scheduler() = default;
+
+template <class Element, class Work, class Queue>
+void Scheduler<Element, Work, Queue>::addQueue(uint_t queueId, uint_t threads) {
+    if (m_queues.count(queueId) != 0)
+        fail("Task::Scheduler", Refused, Site{"include2/QuillTask", 0},
+             "A task queue with that id already exists.");
+    m_queues.emplace(queueId, Ref<ElementContainer>(new ElementContainer, false));
+    for (; threads != 0; --threads)
+        if (!startThread({queueId, this}))
+            fail("Task::Scheduler", Refused, Site{"include2/QuillTask", 318}, "pthread_create failed");
+}
+
+template <class Element, class Work, class Queue>
+bool Scheduler<Element, Work, Queue>::startThread(Start const& start) noexcept {
+    std::unique_ptr<Start> record(new (std::nothrow) Start(start));
+    pthread_t thread = 0;
+    if (!record || ::pthread_create(&thread, nullptr, drone, record.get()) != 0) return false;
+    (void)record.release();  // the thread owns it
+    ::pthread_detach(thread);
+    return true;
+}
+
+template <class Element, class Work, class Queue>
+void* Scheduler<Element, Work, Queue>::drone(void* argument) {
+    if (argument) {
+        std::unique_ptr<Start> record(static_cast<Start*>(argument));
+        Start const start = *record;
+        record.reset();
+        serve(start);
+    } else {
+        Logger::instance(false)->evt_log(EventThreadWithoutArgument, nullptr, "%s", " ");
+    }
+    ::pthread_exit(nullptr);
+}
+
+/// Works until the worker's body ends. When it ends by an exception somebody has to go on: a new thread,
+/// or this one where no other can be made.
+template <class Element, class Work, class Queue>
+void Scheduler<Element, Work, Queue>::serve(Start const& start) {
+    do {
+        try {
+            return start.scheduler->do_thread(start.queueId);
+        } catch (Exception const& e) {
+            logCaught(doThread, e);
+        } catch (abi::__forced_unwind&) {  // the end of a thread, which has to go its way
+            startThread(start);
+            throw;
+        } catch (...) {
+            logUnknown(doThread);
+        }
+    } while (!startThread(start));
+}
+
+template class Scheduler<Ref<ElementImpl>, Ref<TaskImpl>, std::deque<Ref<ElementImpl>>>;
+
+std::atomic<TaskMaster*> TaskMaster::s_instance{nullptr};
+
+TaskMaster::TaskMaster() = default;
+TaskMaster::~TaskMaster() = default;
+
+TaskMaster* TaskMaster::instance() {
+    static std::mutex making;
+    if (TaskMaster* const made = s_instance) return made;
+    std::lock_guard const guard(making);
+    if (TaskMaster* const made = s_instance) return made;
+    // Its workers wait in it while the process ends, so nobody ever destroys it.
+    TaskMaster* const fresh = new TaskMaster;
+    s_instance = fresh;
+    fresh->addQueue(0, workers);
+    return fresh;
+}
+
+void TaskMaster::add(Ref<ElementImpl> const& element) {
+    constexpr char const title[] = "Task::TaskMaster::add element";
+    ElementImpl const& added = held(element);
+    Synchronized const guard(m_mutex);
+    auto const queue = m_queues.find(added.queueId());
+    if (queue == m_queues.end())
+        fail(title, Refused, Site{"Task", 181}, "Could not find the defined task queue.");
+    auto const task = m_running.find(added.taskId());
+    if (task == m_running.end()) fail(title, Refused, Site{"Task", 189}, "Could not find the running task.");
+    // All or nothing: an element that is outstanding but not queued would keep its task for ever.
+    auto& elements = queue->second->elements;
+    elements.push_back(element);
+    try {
+        task->second->add(element);
+        queue->second->waiting.post();
+    } catch (...) {
+        elements.pop_back();
+        task->second->remove(element);
+        throw;
+    }
+}
+
+/// Whether a task of this type may start now. Tasks of the type that finished without being noticed leave
+/// the book; the caller destroys them when the pool is unlocked.
+bool TaskMaster::mayRun(TaskImpl::Type type, std::vector<Ref<TaskImpl>>& dropped) {
+    // Kept for the daemons: the oldest task of the type decides alone. One that finished unnoticed lets
+    // every later one through, also those that come when it has left the book.
+    bool neverRefused = m_neverRefused.count(type) != 0;
+    for (auto entry = m_running.begin(); entry != m_running.end();) {
+        uint_t const id = entry->first;
+        if (entry->second->type() == type) {
+            Ref<TaskImpl> const task(entry->second);
+            bool const finished = task->finished();
+            m_mutex.lock();  // the daemon's own finished() may have asked the pool, which unlocks it
+            if (!finished && !neverRefused) return false;
+            if (finished) {
+                dropped.push_back(task);
+                m_neverRefused.insert(type);
+                neverRefused = true;
+                m_running.erase(id);
+            }
+        }
+        entry = m_running.upper_bound(id);
+    }
+    return true;
+}
+
+void TaskMaster::run(Ref<TaskImpl> const& task) {
+    TaskImpl& started = held(task);
+    std::vector<Ref<TaskImpl>> dropped;
+    Synchronized const guard(m_mutex);
+    if (!mayRun(started.type(), dropped)) {
+        Logger::instance(false)->evt_log(EventTaskAlreadyRunning, nullptr, "%u",
+                                         static_cast<uint_t>(started.type()));
+        return;
+    }
+    uint_t id = m_nextTaskId++;
+    while (!m_running.emplace(id, task).second) id = m_nextTaskId++;  // they wrap one day
+    try {
+        started.do_work(id);
+    } catch (...) {
+        Synchronized const again(m_mutex);
+        m_running.erase(id);
+        throw;
+    }
+}
+
+void TaskMaster::do_thread(uint_t queueId) {
+    for (;;) {
+        Ref<ElementImpl> element;
+        try {
+            element = pop(queueId);
+            element->do_work();
+        } catch (Exception const& e) {
+            logCaught(doThread, e);
+        } catch (...) {
+            settle(element);
+            throw;
+        }
+        settle(element);
+    }
+}
+
+/// Completes what was taken, if anything was. It is the daemon's finished() that may throw here.
+void TaskMaster::settle(Ref<ElementImpl> const& element) {
+    if (element.isNull()) return;
+    try {
+        completed(element);
+    } catch (Exception const& e) {
+        logCaught(doThread, e);
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        logUnknown(doThread);
+    }
+}
+
+Ref<ElementImpl> TaskMaster::pop(uint_t queueId) {
+    auto const found = m_queues.find(queueId);
+    if (found == m_queues.end())
+        fail("Task::TaskMaster::pop", Refused, Site{"Task", 207}, "Could not find the defined task queue.");
+    ElementContainer& queue = *found->second.operator->();
+    waitThroughSignals(queue.waiting);
+    Synchronized const guard(m_mutex);
+    Ref<ElementImpl> first(std::move(queue.elements.front()));
+    queue.elements.pop_front();
+    return first;
+}
+
+void TaskMaster::completed(Ref<ElementImpl> const& element) {
+    uint_t const taskId = held(element).taskId();
+    // The book's own reference may be the last one, and the task's destructor is the daemon's: it goes
+    // when the pool is unlocked.
+    Handle<TaskImpl> task;
+    std::map<uint_t, Ref<TaskImpl>>::node_type finished;
+    Synchronized const guard(m_mutex);
+    auto entry = m_running.find(taskId);
+    if (entry == m_running.end()) return;
+    task = Handle<TaskImpl>(entry->second.operator->(), true);
+    task->remove(element);
+    bool const isFinished = task->finished();
+    m_mutex.lock();  // the daemon's own finished() may have asked the pool, which unlocks it
+    entry = m_running.find(taskId);
+    if (!isFinished || entry == m_running.end() || entry->second.operator->() != task.get()) return;
+    m_lastRun[task->type()] = task->started();
+    finished = m_running.extract(entry);
+}
+
+std::time_t TaskMaster::lastRun(TaskImpl::Type type) const {
+    Synchronized const guard(m_mutex);
+    auto const found = m_lastRun.find(type);
+    return found == m_lastRun.end() ? 0 : found->second;
+}
+
+}  // namespace Task
+}  // namespace Quillmark
