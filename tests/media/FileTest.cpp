@@ -9,6 +9,7 @@
 #include <set>
 #include <type_traits>
 
+#include "tests/media/Trees.h"
 #include "tests/support/Support.h"
 
 using namespace Quillmark;
@@ -20,12 +21,6 @@ namespace {
 /// A path as its three texts.
 std::string parts(Path const& path) {
     return path.directory() + "|" + path.name() + "|" + path.asString();
-}
-
-/// Whether there is something at the path, and be it a link to nothing.
-bool isThere(std::string const& path) {
-    struct stat status = {};
-    return ::lstat(path.c_str(), &status) == 0;
 }
 
 /// Makes a directory the working directory as long as the object lives.
