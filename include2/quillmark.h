@@ -226,6 +226,42 @@ QUILL_EXPORT int quill_hostname_to_ipaddress_list(char const* name, ip_addr_t* a
 
 /* ---- The local request/response protocol ---------------------------------------------------- */
 
+/* One connection carries one request to a daemon and any number of answers. Messages are a type, the number
+ * of payload bytes and the payload, in the machine's own byte order: both ends are on one machine.
+ * A failure that a function gives as -1 or null is in the log, except an expired time-out. */
+
+/** The head of a message. Its payload follows in the same allocation, at p + 1. */
+typedef struct ipc_pdu {
+    uint32_t type;   /**< 1 asks a daemon to send the message back */
+    uint32_t length; /**< payload bytes that follow */
+} ipc_pdu;
+
+/** An open connection. One thread at a time. */
+typedef struct ipc_connection ipc_connection;
+
+struct sockaddr;
+
+/** Connects, no longer than 30 seconds; later calls wait as long.
+ *  @param address  a struct sockaddr_in; null for 127.0.0.1, port 29001
+ *  @return a connection for ipc_close; null on failure, and for any other family than IPv4 */
+QUILL_EXPORT ipc_connection* ipc_connect(struct sockaddr const* address);
+
+/** Sends a message: the head and length bytes of payload.
+ *  @return bytes sent, 8 for the head included, less when 30 seconds passed without progress; 0 when
+ *          either pointer is null; -1 on failure */
+QUILL_EXPORT int ipc_write(ipc_connection* connection, ipc_pdu* pdu);
+
+/** Receives one message.
+ *  @param pdu  length is the room for payload. SET IT BEFORE EACH CALL: afterwards it is what the sender
+ *              says, which is more than is held when the room was too small. The rest is dropped then.
+ *  @return bytes held, 8 for the head included; 0 when the peer ended before the message did, or either
+ *          pointer is null; -1 after 30 seconds and on failure. After 0 and -1 the connection is of no
+ *          further use. */
+QUILL_EXPORT int ipc_read(ipc_connection* connection, ipc_pdu* pdu);
+
+/** Closes and frees a connection. Null is left alone. */
+QUILL_EXPORT void ipc_close(ipc_connection* connection);
+
 #ifdef __cplusplus
 }
 #endif
