@@ -47,4 +47,30 @@ int showLinks(ShowOptions const& options, Output& output);
 int showHost(ShowOptions const& options, Output& output);
 int showIp(ShowOptions const& options, Output& output);
 
+struct EncodeOptions {
+    std::string form;        ///< "qp", "base64" or "scramble"
+    std::string file = "-";  ///< "-": standard input
+    unsigned int seed = 90;  ///< of "scramble" only
+};
+int encode(EncodeOptions const& options, Output& output);
+int decode(EncodeOptions const& options, Output& output);
+
+struct Md5Options {
+    std::vector<std::string> files;  ///< "-", or none: standard input
+};
+int md5(Md5Options const& options, Output& output);
+
+struct LinesOptions {
+    std::string from;
+    std::string to;  ///< made or emptied; not the same file
+};
+int dos2unix(LinesOptions const& options, Output& output);
+int unix2dos(LinesOptions const& options, Output& output);
+
+struct ProcessOptions {
+    std::string name;  ///< show processes of this name only; empty: all
+    Colour colour = Colour::Auto;
+};
+int processes(ProcessOptions const& options, Output& output);
+
 }  // namespace QuillmarkTool

@@ -35,6 +35,11 @@ private:
     void addLists();
     void addShow(std::string const& name, std::string const& purpose, std::string const& example,
                  int (*show)(ShowOptions const&, Output&));
+    void addEncode();
+    void addMd5();
+    void addLines(std::string const& name, std::string const& ends,
+                  int (*convert)(LinesOptions const&, Output&));
+    void addProcesses();
 
     CLI::App m_app{
         "Reads mail and shows what is in it: who sent it, what its parts hash to, which links and\n"
@@ -44,6 +49,10 @@ private:
     ScanOptions m_scan;
     ListsOptions m_lists;
     ShowOptions m_show;
+    EncodeOptions m_encode;
+    Md5Options m_md5;
+    LinesOptions m_lines;
+    ProcessOptions m_processes;
 };
 
 void addColour(CLI::App* command, Colour& colour) {
@@ -68,7 +77,8 @@ CommandLine::CommandLine() {
         "  quillmark scan message.eml              report on a message\n"
         "  quillmark scan --json ~/Maildir         one JSON object for each message of a Maildir\n"
         "  quillmark links < page.html             the links in a text\n"
-        "  quillmark host www.example.co.uk        how a host name is split\n\n"
+        "  quillmark host www.example.co.uk        how a host name is split\n"
+        "  quillmark md5 *.eml                     digests, as md5sum prints them\n\n"
         "\"quillmark COMMAND --help\" says more. Exit status: 0 all is well, 1 a message or value is\n"
         "bad, 2 the work could not be done.");
     addScan();
@@ -83,6 +93,11 @@ CommandLine::CommandLine() {
             showHost);
     addShow("ip", "Show an IP address or a network", "  quillmark ip 192.168.1.1\n  quillmark ip 10.0.0.0/8",
             showIp);
+    addEncode();
+    addMd5();
+    addLines("dos2unix", "LF", dos2unix);
+    addLines("unix2dos", "CR LF", unix2dos);
+    addProcesses();
 }
 
 CLI::App* CommandLine::command(std::string const& name, std::string const& purpose,
@@ -146,6 +161,55 @@ void CommandLine::addShow(std::string const& name, std::string const& purpose, s
     ::addLists(added, m_show.lists);
     added->add_flag("--json", m_show.json, "print JSON");
     addColour(added, m_show.colour);
+}
+
+void CommandLine::addEncode() {
+    CLI::App* const added = command("encode", "Encode a file, or standard input",
+                                    "  quillmark encode base64 picture.png\n"
+                                    "  quillmark encode qp < letter.txt\n"
+                                    "  quillmark encode scramble < list | quillmark encode scramble",
+                                    [this](Output& output) { return encode(m_encode, output); });
+    added->add_option("FORM", m_encode.form, "qp, base64, or scramble, which also turns itself back")
+        ->required()
+        ->check(CLI::IsMember({"qp", "base64", "scramble"}).description(""))
+        ->option_text(" ");
+    added->add_option("FILE", m_encode.file, "what to encode; \"-\", or none: standard input")
+        ->option_text(" ");
+    added->add_option("--seed", m_encode.seed, "scramble with the seed N (90)")->option_text("N");
+
+    CLI::App* const back = command("decode", "Decode a file, or standard input",
+                                   "  quillmark decode base64 picture.b64 > picture.png",
+                                   [this](Output& output) { return decode(m_encode, output); });
+    back->add_option("FORM", m_encode.form, "base64")
+        ->required()
+        ->check(CLI::IsMember({"base64"}).description(""))
+        ->option_text(" ");
+    back->add_option("FILE", m_encode.file, "what to decode; \"-\", or none: standard input")
+        ->option_text(" ");
+}
+
+void CommandLine::addMd5() {
+    CLI::App* const added = command("md5", "Print MD5 digests of files, as md5sum does",
+                                    "  quillmark md5 *.eml > digests\n  md5sum --check digests",
+                                    [this](Output& output) { return md5(m_md5, output); });
+    added->add_option("FILE", m_md5.files, "\"-\", or none: standard input")->option_text("...");
+}
+
+void CommandLine::addLines(std::string const& name, std::string const& ends,
+                           int (*convert)(LinesOptions const&, Output&)) {
+    CLI::App* const added = command(name, "Copy a text so that its lines end in " + ends,
+                                    "  quillmark " + name + " in.txt out.txt",
+                                    [this, convert](Output& output) { return convert(m_lines, output); });
+    added->add_option("FROM", m_lines.from, "the file to read")->required()->option_text(" ");
+    added->add_option("TO", m_lines.to, "the file to make, another one")->required()->option_text(" ");
+}
+
+void CommandLine::addProcesses() {
+    CLI::App* const added = command("ps", "Show the processes that run here: number, name, command line",
+                                    "  quillmark ps\n  quillmark ps sshd",
+                                    [this](Output& output) { return processes(m_processes, output); });
+    added->add_option("NAME", m_processes.name, "only those of this name")->option_text(" ");
+    addColour(added, m_processes.colour);
 }
 
 int CommandLine::run(int argc, char** argv) {
