@@ -86,22 +86,29 @@ private:
     bool m_ended = false;
 };
 
-/// Another program, with the arguments it is given, which waits for the end of its input.
+/// Another program, cat, with the arguments it is given. It waits for the end of its input.
 class Program {
 public:
     explicit Program(std::vector<std::string> arguments) {
-        int input[2];
-        if (::pipe2(input, O_CLOEXEC) != 0) return;
+        int input[2], output[2];
+        if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0) return;
         std::vector<char*> argv;
         for (std::string& argument : arguments) argv.push_back(argument.data());
         argv.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         ::posix_spawn_file_actions_init(&actions);
         ::posix_spawn_file_actions_adddup2(&actions, input[0], 0);
+        ::posix_spawn_file_actions_adddup2(&actions, output[1], 1);
         char* environment[] = {nullptr};
         EXPECT_EQ(::posix_spawn(&m_pid, "/bin/cat", &actions, nullptr, argv.data(), environment), 0);
         ::posix_spawn_file_actions_destroy(&actions);
         ::close(input[0]);
+        ::close(output[1]);
+        // The system shows the arguments a little later than the name; a program that answers has them.
+        char byte = 'x';
+        EXPECT_EQ(::write(input[1], &byte, 1), 1);
+        EXPECT_EQ(::read(output[0], &byte, 1), 1);
+        ::close(output[0]);
         m_input = input[1];
     }
     ~Program() {
