@@ -202,21 +202,19 @@ void Resolver::prepareThread() {
     Synchronized const guard(m_lock);
     auto state = std::make_unique<ThreadState>();
     if (m_key.value(state.get()) != 0) fail("Resolver", ResolverError, here);
-    state.release();  // the key's, until the thread ends
+    (void)state.release();  // the key's, until the thread ends
 }
 
 ResolverMessage Resolver::submit(unsigned short dnsType, unsigned short dnsClass,
                                  std::string const& name) const {
     auto* const impl = new ResolverMessageImpl;
-    ResolverMessage const message(impl, false);
-    if (name.find('\0') != std::string::npos) {
-        impl->resolve_error(NO_RECOVERY);
-        return message;
-    }
-    int const length =
-        ::res_nsearch(&_res, name.c_str(), dnsClass, dnsType, impl->data(), static_cast<int>(impl->size()));
+    ResolverMessage message(impl, false);
+    bool const isText = name.find('\0') == std::string::npos;  // the system would lose what follows a NUL
+    int const length = isText ? ::res_nsearch(&_res, name.c_str(), dnsClass, dnsType, impl->data(),
+                                              static_cast<int>(impl->size()))
+                              : -1;
     if (length == -1)
-        impl->resolve_error(h_errno);
+        impl->resolve_error(isText ? h_errno : NO_RECOVERY);
     else
         impl->length(length);
     return message;

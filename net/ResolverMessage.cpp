@@ -37,7 +37,7 @@ std::string addressText(int family, std::string_view bytes) {
 // The layout of print(). Log readers and scripts go by it.
 
 void appendText(std::string& out, std::string const& text) {
-    out += text.c_str();  // up to a NUL
+    out.append(text, 0, text.find('\0'));
 }
 
 void appendNumber(std::string& out, char const* title, std::uint32_t number) {
@@ -236,7 +236,7 @@ void ResolverMessageImpl::parse() {
 void ResolverMessageImpl::parseHeader() {
     if (length() < headerSize) fail("ResolverMessage", Refused, here, "Truncated packet");
     m_header = data();
-    for (std::size_t const at : {0, 4, 6, 8, 10}) {
+    for (unsigned int const at : {0U, 4U, 6U, 8U, 10U}) {
         unsigned char* const field = data() + at;
         auto const value = static_cast<std::uint16_t>(field[0] << 8 | field[1]);
         std::memcpy(field, &value, sizeof value);

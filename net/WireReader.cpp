@@ -62,12 +62,6 @@ std::string_view WireReader::bytes(std::size_t count) {
     return result;
 }
 
-std::string WireReader::name() {
-    std::string text;
-    name(text);
-    return text;
-}
-
 void WireReader::name(std::string& text) {
     std::size_t at = m_offset;
     std::size_t behind = 0;  // the name as it is stored here: behind its first pointer

@@ -19,7 +19,6 @@ public:
     /// How much of the array is message. Forgets what was learnt of its names.
     void length(std::size_t length);
 
-    std::size_t offset() const noexcept { return m_offset; }
     bool atEnd() const noexcept { return m_offset >= m_length; }
     std::size_t remaining() const noexcept { return atEnd() ? 0 : m_length - m_offset; }
     /// Throws "Packet is corrupt" in the name of the operation unless the next bytes lie in the message.
@@ -36,7 +35,6 @@ public:
     /// Appends a name to the text, with a dot between the two. Throws "OutOfBounds name index" for a name
     /// that leaves the message or does not end.
     void name(std::string& text);
-    std::string name();
 
     [[noreturn]] static void failCorrupt(char const* operation);
 

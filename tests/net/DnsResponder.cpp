@@ -103,7 +103,7 @@ std::string DnsResponder::asked() {
 
 void DnsResponder::serveThisThread() const {
     Quillmark::Resolver::instance()->server(m_address, static_cast<unsigned int>(m_port));
-    _res.retrans = 1;
+    _res.retrans = 5;
     _res.retry = 1;
 }
 

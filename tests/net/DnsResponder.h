@@ -49,7 +49,7 @@ public:
     /// The questions so far, as "name type class", one a line. Forgets them.
     std::string asked();
 
-    /// Makes it the calling thread's only server, of which one answer is awaited for one second.
+    /// Makes it the calling thread's only server, which is asked once and has five seconds.
     void serveThisThread() const;
 
 private:

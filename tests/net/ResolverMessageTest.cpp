@@ -469,6 +469,7 @@ TEST(ResolverMessage, GoesOnBehindWhatItRead) {
 }
 
 TEST(ResolverMessage, JoinsTheStringsOfATextRecord) {
+    EventRecorder const events;
     auto const text = [](std::string const& data) {
         ResolverMessage const message = parsed(header({0, 1}) + record(name("a.example"), 16, data));
         return message.answers().empty() ? "refused" : '"' + message.answers().front().value + '"';
@@ -485,12 +486,14 @@ TEST(ResolverMessage, JoinsTheStringsOfATextRecord) {
 }
 
 TEST(ResolverMessage, RefusesATextThatLeavesItsRecordForTheNext) {
+    EventRecorder const events;
     ResolverMessage const message = parsed(header({0, 2}) + record(name("a.example"), 16, "\4abc") +
                                            record(name("b.example"), 16, "\1d"));
     EXPECT_TRUE(message.answers().empty());
 }
 
 TEST(ResolverMessage, TakesANullExchangeUnlessItEndsTheMessage) {
+    EventRecorder const events;
     std::string const nullMx = record(name("a.example"), 15, u16(0) + name(""));
     EXPECT_EQ(parsed(header({0, 1}) + nullMx).answers().size(), 0U);
     EXPECT_EQ(parsed(header({0, 2}) + nullMx + record(name("b.example"), 1, "\1\2\3\4")).answers().size(),
