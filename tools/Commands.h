@@ -73,4 +73,15 @@ struct ProcessOptions {
 };
 int processes(ProcessOptions const& options, Output& output);
 
+struct DnsOptions {
+    std::string name;
+    std::string reverse;  ///< the address to look up instead of a name
+    std::string type;     ///< a name or a number; empty: A, or PTR for an address
+    std::string recordClass = "IN";
+    std::string server;        ///< an address; empty: the system's servers
+    unsigned short port = 53;  ///< of that server
+    bool json = false;
+};
+int dns(DnsOptions const& options, Output& output);
+
 }  // namespace QuillmarkTool

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "include2/Resolver"
 #include "tools/MessageReport.h"
 
 namespace QuillmarkTool {
@@ -55,6 +56,13 @@ struct IpFacts {
     std::string reversed;            ///< the order in which reverse look-ups ask
     std::string ipv4;                ///< the IPv4 address that an IPv6 address carries
     std::vector<std::string> kinds;  ///< "private", "loopback", ...
+};
+
+struct DnsFacts {
+    std::string name;  ///< as it was asked for
+    int type = 0;      ///< as on the wire
+    int recordClass = 0;
+    Quillmark::ResolverMessage message;
 };
 
 }  // namespace QuillmarkTool

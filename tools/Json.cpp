@@ -8,6 +8,8 @@ namespace QuillmarkTool {
 namespace {
 
 using Json = nlohmann::ordered_json;
+using Quillmark::Resolver;
+using Quillmark::ResolverMessage;
 
 /// Text that is not there is null, so that a reader need not tell "" from "none".
 Json orNull(std::string const& text) {
@@ -61,6 +63,44 @@ Json object(LinkReport const& link) {
             {"ip_literal", link.ipLiteral},
             {"private", link.isPrivate},
             {"no_registered_domain", link.noRegisteredDomain}};
+}
+
+std::string hexadecimal(std::string const& bytes) {
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (char const c : bytes) {
+        text += digits[(c >> 4) & 15];
+        text += digits[c & 15];
+    }
+    return text;
+}
+
+template <class Entry>
+Json questionOf(Entry const& entry) {
+    return {{"name", entry.name},
+            {"type", Resolver::recordTypeName(entry.dnsType)},
+            {"type_number", entry.dnsType},
+            {"class", Resolver::recordClassName(entry.dnsClass)},
+            {"class_number", entry.dnsClass}};
+}
+
+Json object(ResolverMessage::Query const& query) {
+    return questionOf(query);
+}
+
+Json object(ResolverMessage::Record const& record) {
+    Json json = questionOf(record);
+    bool const isSoa = record.type == Resolver::TypeSOA;
+    json["ttl"] = record.ttl;
+    json["value"] = orNull(record.value);
+    json["mx_rank"] = record.type == Resolver::TypeMX ? Json(record.mxRank) : Json();
+    json["soa"] = isSoa
+                      ? Json{{"mname", record.mname},     {"rname", record.rname}, {"serial", record.serial},
+                             {"refresh", record.refresh}, {"retry", record.retry}, {"expire", record.expire},
+                             {"minimum", record.minimum}}
+                      : Json();
+    json["rdata"] = hexadecimal(record.rdata);
+    return json;
 }
 
 template <class List>
@@ -150,6 +190,22 @@ std::string jsonOf(IpFacts const& facts) {
                  {"reversed", orNull(facts.reversed)},
                  {"ipv4", orNull(facts.ipv4)},
                  {"kinds", facts.kinds}});
+}
+
+std::string jsonOf(DnsFacts const& facts) {
+    ResolverMessage const& message = facts.message;
+    Json error;
+    if (message.isEmpty()) error = {{"code", message.resolve_error()}, {"text", message.errorAsString()}};
+    return line({{"name", facts.name},
+                 {"type", Resolver::recordTypeName(facts.type)},
+                 {"class", Resolver::recordClassName(facts.recordClass)},
+                 {"error", error},
+                 {"authoritative", message.isAuthouritativeAnswer()},
+                 {"truncated", message.isTruncated()},
+                 {"queries", array(message.queries())},
+                 {"answers", array(message.answers())},
+                 {"name_servers", array(message.nameserverRecords())},
+                 {"additional", array(message.additionalRecords())}});
 }
 
 }  // namespace QuillmarkTool

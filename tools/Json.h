@@ -14,5 +14,6 @@ std::string jsonOf(AddressFacts const& facts);
 std::string jsonOf(UriFacts const& facts);
 std::string jsonOf(HostFacts const& facts);
 std::string jsonOf(IpFacts const& facts);
+std::string jsonOf(DnsFacts const& facts);
 
 }  // namespace QuillmarkTool

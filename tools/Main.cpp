@@ -40,6 +40,7 @@ private:
     void addLines(std::string const& name, std::string const& ends,
                   int (*convert)(LinesOptions const&, Output&));
     void addProcesses();
+    void addDns();
 
     CLI::App m_app{
         "Reads mail and shows what is in it: who sent it, what its parts hash to, which links and\n"
@@ -53,6 +54,7 @@ private:
     Md5Options m_md5;
     LinesOptions m_lines;
     ProcessOptions m_processes;
+    DnsOptions m_dns;
 };
 
 void addColour(CLI::App* command, Colour& colour) {
@@ -78,6 +80,7 @@ CommandLine::CommandLine() {
         "  quillmark scan --json ~/Maildir         one JSON object for each message of a Maildir\n"
         "  quillmark links < page.html             the links in a text\n"
         "  quillmark host www.example.co.uk        how a host name is split\n"
+        "  quillmark dns example.com MX            ask a name server\n"
         "  quillmark md5 *.eml                     digests, as md5sum prints them\n\n"
         "\"quillmark COMMAND --help\" says more. Exit status: 0 all is well, 1 a message or value is\n"
         "bad, 2 the work could not be done.");
@@ -98,6 +101,7 @@ CommandLine::CommandLine() {
     addLines("dos2unix", "LF", dos2unix);
     addLines("unix2dos", "CR LF", unix2dos);
     addProcesses();
+    addDns();
 }
 
 CLI::App* CommandLine::command(std::string const& name, std::string const& purpose,
@@ -210,6 +214,22 @@ void CommandLine::addProcesses() {
                                     [this](Output& output) { return processes(m_processes, output); });
     added->add_option("NAME", m_processes.name, "only those of this name")->option_text(" ");
     addColour(added, m_processes.colour);
+}
+
+void CommandLine::addDns() {
+    CLI::App* const added = command("dns", "Ask a name server and show its answer",
+                                    "  quillmark dns example.com MX\n"
+                                    "  quillmark dns -x 192.0.2.1\n"
+                                    "  quillmark dns example.com ANY --server 127.0.0.1 --port 5353 --json",
+                                    [this](Output& output) { return dns(m_dns, output); });
+    added->add_option("NAME", m_dns.name, "the name to ask for, as it stands")->option_text(" ");
+    added->add_option("TYPE", m_dns.type, "the type of its records, by name or number (A)")->option_text(" ");
+    added->add_option("-x", m_dns.reverse, "ask for the name of ADDRESS instead")->option_text("ADDRESS");
+    added->add_option("--class", m_dns.recordClass, "the class, by name or number (IN)")->option_text("C");
+    added->add_option("--server", m_dns.server, "ask the server with this address, not the system's")
+        ->option_text("ADDRESS");
+    added->add_option("--port", m_dns.port, "on this port (53)")->option_text("P");
+    added->add_flag("--json", m_dns.json, "print JSON");
 }
 
 int CommandLine::run(int argc, char** argv) {
