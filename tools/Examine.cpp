@@ -147,7 +147,8 @@ bool isSuffix(std::string const& domain) {
 
 std::string detailOf(Exception const& e) {
     std::string const detail = e.stringParameter();
-    return detail.empty() ? e.asString() : detail;
+    if (!detail.empty()) return detail;
+    return e.error() == WriteFailed ? "the swap file cannot be written" : e.asString();
 }
 
 Address plainAddress(EmailAddress const& address) {

@@ -250,8 +250,10 @@ int CommandLine::run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // A reader who has seen enough closes the pipe; that is noticed where it happens.
+    // A reader who has seen enough closes the pipe, and a file may be as large as it may get. Both are
+    // noticed where they happen.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     logToStandardError();
     try {
         return CommandLine().run(argc, argv);

@@ -389,16 +389,15 @@ TEST(Scan, RefusesAPlaceForSwapFilesThatIsNone) {
     EXPECT_EQ(ran.err, "quillmark: /nonexistent: cannot write swap files there\n");
 }
 
-TEST(Scan, ReportsAPartWhoseSwapFileCannotBeMadeAndGoesOn) {
-    // With four descriptors there is one for the message and none for a swap file.
-    TemporaryDirectory const swap;
-    std::string const file = std::string(examples) + "/01-plain.eml";
-    Surroundings few;
-    few.descriptors = 4;
-    Ran const ran = scan({"--memory", "10", "--tmp", swap.path(), file, file}, few);
-    std::string const error = "part 1: Could Not open tempfile " + swap.path() + "/swapXXXXXX";
-    EXPECT_EQ(under("Error", ran.out), (std::vector<std::string>{error, error}));
-    EXPECT_EQ(under("To", ran.out).size(), 2U);
+TEST(Scan, ReportsAPartThatFitsInNoSwapFileAndGoesOn) {
+    TemporaryDirectory const place;
+    std::string const large = place.write("large.eml", message("large") + std::string(20000, 'x'));
+    std::string const small = place.write("small.eml", message("small"));
+    Surroundings narrow;
+    narrow.fileSize = 4000;
+    Ran const ran = scan({"--memory", "10", large, small}, narrow);
+    EXPECT_EQ(under("Error", ran.out), std::vector<std::string>{"part 1: the swap file cannot be written"});
+    EXPECT_EQ(under("Subject", ran.out), (std::vector<std::string>{"large", "small"}));
     EXPECT_EQ(ran.status, 1);
 }
 

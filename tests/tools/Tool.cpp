@@ -25,9 +25,9 @@ namespace {
     ::setenv("TERM", "xterm", 1);
     ::setenv("LC_ALL", "C", 1);
     for (auto const& [name, value] : surroundings.environment) ::setenv(name.c_str(), value.c_str(), 1);
-    if (surroundings.descriptors != 0) {
-        rlimit const limit{surroundings.descriptors, surroundings.descriptors};
-        ::setrlimit(RLIMIT_NOFILE, &limit);
+    if (surroundings.fileSize != 0) {
+        rlimit const limit{surroundings.fileSize, surroundings.fileSize};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
     }
     std::vector<char*> argv{const_cast<char*>("quillmark")};
     for (std::string const& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));

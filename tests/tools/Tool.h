@@ -22,9 +22,9 @@ struct Ran {
 struct Surroundings {
     std::string input{};
     std::vector<std::pair<std::string, std::string>> environment{};
-    std::string output{};          ///< write standard output to this file instead; Ran::out stays empty
-    std::string program{};         ///< run this file instead of the one that was built
-    unsigned int descriptors = 0;  ///< how many the command may have open; 0 for as many as usual
+    std::string output{};       ///< write standard output to this file instead; Ran::out stays empty
+    std::string program{};      ///< run this file instead of the one that was built
+    unsigned int fileSize = 0;  ///< how many bytes a file may get that the command writes; 0 for no limit
 };
 
 /// Runs `quillmark` with @p arguments.
