@@ -246,12 +246,19 @@ TEST(HeaderList, AcceptsNearlyEverythingInADisplayName) {
     });
 }
 
-// Without an overload of its own a literal would be taken for "lower-case the local parts".
-TEST(AddressList, TakesALiteralForASeparator) {
-    std::string const text = "John@x.example; Ann@y.example";
-    EXPECT_EQ(parts(EmailAddress::rfc5322ParseList(text, ";")),
-              parts(EmailAddress::rfc5322ParseList(text, std::string(";"))));
-    EXPECT_EQ(EmailAddress::rfc5322ParseList(text, ";").size(), 2U);
+// Without an overload of its own a literal or a pointer would be taken for "lower-case the local parts".
+TEST(AddressList, TakesALiteralAndAPointerForASeparator) {
+    std::string const text = "John@xx.example; Ann@yy.example";
+    char const* const constPointer = ";";
+    char bytes[] = ";";
+    char* const pointer = bytes;
+    std::string const both = "John|xx.example; Ann|yy.example";
+    EXPECT_EQ(parts(EmailAddress::rfc5322ParseList(text, ";")), both);
+    EXPECT_EQ(parts(EmailAddress::rfc5322ParseList(text, constPointer)), both);
+    EXPECT_EQ(parts(EmailAddress::rfc5322ParseList(text, bytes)), both);
+    EXPECT_EQ(parts(EmailAddress::rfc5322ParseList(text, pointer)), both);
+    EXPECT_EQ(parts(EmailAddress::rfc5322ParseList("John@xx.example", 0)), "John|xx.example");
+    EXPECT_EQ(parts(EmailAddress::rfc5322ParseList("John@xx.example", 1)), "john|xx.example");
 }
 
 TEST(HeaderList, LowersLocalPartsOnRequest) {
