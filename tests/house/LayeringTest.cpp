@@ -5,7 +5,6 @@
 #include <fstream>
 #include <map>
 #include <optional>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -103,9 +102,19 @@ bool isSource(fs::path const& path) {
     return path.parent_path().filename() == "include2" || extension == ".cpp" || extension == ".h";
 }
 
+/// What stands between the quotes or brackets of an #include; empty for any other line.
+std::string includedBy(std::string const& line) {
+    std::size_t const hash = line.find_first_not_of(" \t");
+    if (hash == std::string::npos || line[hash] != '#') return {};
+    std::size_t const word = line.find_first_not_of(" \t", hash + 1);
+    if (word == std::string::npos || line.compare(word, 7, "include") != 0) return {};
+    std::size_t const begin = line.find_first_of("<\"", word);
+    std::size_t const end = begin == std::string::npos ? begin : line.find_first_of(">\"", begin + 1);
+    return end == std::string::npos ? std::string() : line.substr(begin + 1, end - begin - 1);
+}
+
 /// Path below the house -> the paths of ours that it includes.
 std::map<std::string, std::vector<std::string>> readIncludes() {
-    std::regex const include(R"re(^\s*#\s*include\s*[<"]([^">]+)[">])re");
     std::map<std::string, std::vector<std::string>> includes;
     for (char const* folder : {"include2", "platform", "foundation", "media", "mail", "net", "uri", "sched",
                                "capi", "tools", "examples"})
@@ -115,9 +124,8 @@ std::map<std::string, std::vector<std::string>> readIncludes() {
             auto& found = includes[path];
             std::istringstream lines(QuillmarkTest::readFile(entry.path()));
             for (std::string line; std::getline(lines, line);) {
-                std::smatch match;
-                if (!std::regex_search(line, match, include)) continue;
-                if (fs::exists(house / match[1].str())) found.push_back(match[1].str());
+                std::string const target = includedBy(line);
+                if (!target.empty() && fs::exists(house / target)) found.push_back(target);
             }
         }
     return includes;
@@ -139,7 +147,7 @@ std::string wrongWith(std::string const& from, std::string const& to) {
 
 TEST(Layering, EveryIncludePointsDown) {
     auto const includes = readIncludes();
-    ASSERT_GT(includes.size(), 20U);
+    ASSERT_GT(includes.size(), 100U);
     for (auto const& [from, targets] : includes)
         for (auto const& to : targets) EXPECT_EQ(wrongWith(from, to), "");
 }
