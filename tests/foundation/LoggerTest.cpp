@@ -29,7 +29,8 @@ struct LastFormatting {
     std::size_t size = 0;
     unsigned int argument = 0;
     int extra = 0;
-} lastFormatting;
+};
+thread_local LastFormatting lastFormatting;  // several threads format at once
 
 std::string described(int level, evt_log_args_t const& args, std::string const& text) {
     std::ostringstream out;
