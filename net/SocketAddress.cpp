@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "foundation/Fail.h"
+#include "include2/Host"
 
 namespace Quillmark {
 
@@ -100,6 +101,8 @@ SocketAddress::SocketAddress(std::string const& path) : m_impl(new _SocketAddres
 
 SocketAddress::SocketAddress(IPAddress const& address, unsigned int port)
     : m_impl(new _SocketAddressIn(address, port), false) {}
+
+SocketAddress::SocketAddress(Host const& host, unsigned int port) : SocketAddress(host.address(), port) {}
 
 SocketAddress::SocketAddress(sockaddr const& address, bool mapV4) {
     if (address.sa_family == AF_UNIX)

@@ -1,4 +1,3 @@
-#include <cxxabi.h>
 #include <netinet/tcp.h>
 #include <pthread.h>
 
@@ -146,6 +145,12 @@ void log(LogEvent event, char const* format, Argument argument) {
     } catch (Exception const&) {
     } catch (std::exception const&) {
     }
+}
+
+/// Whether what was caught is no exception, but the end of this thread (pthread_exit, cancellation),
+/// which must go on.
+bool threadEnds() noexcept {
+    return std::current_exception() == nullptr;
 }
 
 /// The threads that handlers may have at a time. It is never destroyed: they outlive main().
@@ -443,9 +448,8 @@ void Dispatcher::dispatcher() {
             serve(connection);
         } catch (Exception const& e) {
             logCaught(dispatcherText, e);
-        } catch (abi::__forced_unwind const&) {  // a handler ended this thread
-            throw;
         } catch (...) {
+            if (threadEnds()) throw;
             log(EventUnknownException, "%s", " ");
             foreign = true;
         }
@@ -486,9 +490,8 @@ void* Dispatcher::s_threadedHandler(void* record) {
     try {
         answer(request->handler, request->connection, request->pdu);
     } catch (Exception const&) {
-    } catch (abi::__forced_unwind const&) {
-        throw;
     } catch (...) {
+        if (threadEnds()) throw;
     }
     return nullptr;
 }

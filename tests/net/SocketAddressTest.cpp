@@ -10,6 +10,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "include2/Host"
 #include "tests/support/Support.h"
 
 using namespace Quillmark;
@@ -75,6 +76,12 @@ TEST(SocketAddress, OfAnIPv6AddressIsASockaddrIn6) {
               "0a00001900000000"
               "20010db8000000000000000000000001"
               "00000000");
+}
+
+TEST(SocketAddress, OfAHostHasTheHostsAddress) {
+    EXPECT_EQ(textOf(SocketAddress(Host(IPAddress("192.0.2.7")), 8080)), "192.0.2.7 8080");
+    EXPECT_EQ(textOf(SocketAddress(Host("2001:db8::1", false), 25)), "2001:db8::1 25");
+    EXPECT_EQ(failureOf([] { SocketAddress(Host(), 25); }), "Host( 1 ) , Host");
 }
 
 TEST(SocketAddress, KeepsAPortOf32BitsAndSendsTheLowSixteen) {
