@@ -40,6 +40,10 @@ constexpr long unitOf(Period::PeriodType type) {
     return minute;
 }
 
+// The zone is the C library's, one for the process. One computation at a time, so that none mixes two
+// zones. Nothing else is called with this held.
+std::mutex zoneLock;
+
 /// Reads @p fields as local time and normalises them. False where the calendar ends.
 bool readLocal(std::tm& fields, long& seconds) {
     fields.tm_isdst = -1;
@@ -71,9 +75,18 @@ Readings readingsOf(std::tm const& fields, long seconds) {
 }
 
 /// Breaks down a time by the zone that is set now.
-bool localTime(long seconds, std::tm& fields) {
+bool breakDown(long seconds, std::tm& fields) {
     ::tzset();  // localtime_r need not do it
     return ::localtime_r(&seconds, &fields) != nullptr;
+}
+
+/// The offset of local time from GMT at some time. False where the calendar ends.
+bool offsetAt(long seconds, long& offset) {
+    std::lock_guard const guard(zoneLock);
+    std::tm local{};
+    if (!breakDown(seconds, local)) return false;
+    offset = local.tm_gmtoff;
+    return true;
 }
 
 // The narration of the manager.
@@ -137,9 +150,10 @@ std::int64_t Period::next() const noexcept {
 
 void Period::reset(long now, bool allowNow) const {
     if (now == 0) now = ::time(nullptr);
+    std::lock_guard const guard(zoneLock);
     std::int64_t next = now;  // of a time without a date
     std::tm local{};
-    if (localTime(now, local)) {
+    if (breakDown(now, local)) {
         // Of the offset only the time of day counts.
         local.tm_sec = static_cast<int>(m_offset % minute);
         bool const byMinutes = unitOf(m_type) == minute;
@@ -211,8 +225,10 @@ void Period::wait() const {
 }
 
 std::string Period::time2str(long const* t) {
+    long const time = t ? *t : ::time(nullptr);
+    std::lock_guard const guard(zoneLock);
     std::tm fields{};
-    if (!localTime(t ? *t : ::time(nullptr), fields)) return {};
+    if (!breakDown(time, fields)) return {};
     char text[40];
     return {text, ::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &fields)};
 }
@@ -245,8 +261,7 @@ Period const& Job::period() const {
 std::atomic<Crontab*> Crontab::s_instance{nullptr};
 
 Crontab::Crontab() : m_tick(minute, 0), m_lastTime(::time(nullptr)), m_gmtOffset(0) {
-    std::tm local{};
-    if (localTime(m_lastTime, local)) m_gmtOffset = local.tm_gmtoff;
+    offsetAt(m_lastTime, m_gmtOffset);
 }
 
 Crontab::~Crontab() = default;
@@ -311,11 +326,11 @@ void Crontab::taskManager() {
 void Crontab::cycle() {
     m_tick.wait();
     long const now = ::time(nullptr);
-    std::tm local{};
     bool changed = false;
-    if (localTime(now, local) && local.tm_gmtoff != m_gmtOffset) {
+    long offset = 0;
+    if (offsetAt(now, offset) && offset != m_gmtOffset) {
         if (m_verbose) say(stamp(now) + " GMT offset changed. ======");
-        m_gmtOffset = local.tm_gmtoff;
+        m_gmtOffset = offset;
         changed = true;
     }
     if (std::abs(now - m_lastTime) > m_tick.length() + tolerance) {
