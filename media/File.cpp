@@ -105,18 +105,15 @@ struct Line {
 // The line feed stays in the stream until it is known that there is room for the line's end: not every
 // stream takes a byte back.
 Line readLine(std::istream& stream, char* buffer, int size) {
-    if (!buffer || size < 1 || !stream.good()) {
-        if (buffer && size > 0) *buffer = '\0';
+    if (!buffer || size < 1) {
         stream.setstate(std::ios::failbit);
         return {0, false};
     }
-    stream.get(buffer, size, '\n');  // an empty line is a failure to it
+    *buffer = '\0';
+    if (stream.peek() == '\n') return {0, true};  // which get() would take for a failure
+    stream.get(buffer, size, '\n');
     int const length = static_cast<int>(stream.gcount());
-    if (stream.eof() || stream.bad()) return {length, false};
-    stream.clear();
-    bool const lineFeed = stream.peek() == '\n';
-    if (length == 0 && !lineFeed) stream.setstate(std::ios::failbit);
-    return {length, lineFeed};
+    return {length, stream.good() && stream.peek() == '\n'};
 }
 
 void lineConvert(std::string const& from, std::string const& to, std::string_view lineEnd) {

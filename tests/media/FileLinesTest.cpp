@@ -152,6 +152,29 @@ TEST(FileGetline, KeepsTheStreamGoodUntilItsEnd) {
     EXPECT_EQ(buffer[0], '\0');
 }
 
+TEST(FileGetline, TakesNoLineForAFailure) {
+    for (Reader const reader : {File::getline, File::getlinecrlf}) {
+        std::istringstream stream("\nabcdef\n");
+        stream.exceptions(std::ios::failbit | std::ios::badbit);
+        char buffer[4];
+        EXPECT_GT(reader(stream, buffer, 4), 0);
+        EXPECT_EQ(reader(stream, buffer, 4), 3);
+        EXPECT_GE(reader(stream, buffer, 4), 3);
+    }
+}
+
+TEST(FileGetline, GivesNothingOfAStreamThatHasFailed) {
+    for (Reader const reader : {File::getline, File::getlinecrlf}) {
+        std::istringstream stream("abc\n");
+        stream.setstate(std::ios::failbit);
+        char buffer[8] = "#";
+        EXPECT_EQ(reader(stream, buffer, 8), 0);
+        EXPECT_STREQ(buffer, "");
+        stream.clear();
+        EXPECT_EQ(stream.peek(), 'a');
+    }
+}
+
 TEST(FileGetline, RefusesABufferThatHoldsNothing) {
     for (Reader const reader : {File::getline, File::getlinecrlf}) {
         char buffer[] = "#";
