@@ -1,9 +1,11 @@
-// Names are what a hostile message would spend our time and memory with. Reading one takes time in
-// proportion to its text: a chain of pointers is walked once and its end kept, so that later names leap
-// over it, and behind every leap comes a label or the end. And all names of a message share an allowance.
+// Names are what a hostile message would spend our time and memory with. Once a message has made us take
+// more steps than it has bytes, the text of every place that a name goes over is kept, and a later name
+// that is pointed there takes it whole: from then on each place is walked once. And all names of a message
+// share an allowance.
 
 #include "net/WireReader.h"
 
+#include <algorithm>
 #include <cassert>
 
 #include "foundation/Fail.h"
@@ -17,6 +19,7 @@ constexpr std::uint8_t longestLabel = 63;
 
 // The text of all names of a message. Every message whose pointers lead to earlier names stays below.
 constexpr std::size_t nameAllowance = std::size_t{4} << 20;
+static_assert(nameAllowance <= UINT32_MAX);
 
 constexpr Site here{"Resolver", 0};
 
@@ -31,10 +34,11 @@ void WireReader::failCorrupt(char const* operation) {
 }
 
 void WireReader::length(std::size_t length) {
-    assert(length <= m_array.size() && m_array.size() < UINT16_MAX);
+    assert(length <= m_array.size());
     m_length = length;
-    m_chainEnds.clear();
-    m_chainEnds.shrink_to_fit();
+    m_steps = 0;
+    m_kept = {};
+    m_texts = {};
 }
 
 void WireReader::need(std::size_t count, char const* operation) const {
@@ -63,20 +67,45 @@ std::string_view WireReader::bytes(std::size_t count) {
 }
 
 void WireReader::name(std::string& text) {
+    std::size_t const start = text.size();
+    bool const keeping = m_steps > m_length;
+    if (keeping) m_kept.resize(m_array.size());
+    m_visits.clear();
+
     std::size_t at = m_offset;
     std::size_t behind = 0;  // the name as it is stored here: behind its first pointer
-    std::size_t jumps = 0;
+    std::size_t steps = 0;
     while (std::uint8_t const count = nameByte(at)) {
-        if (count <= longestLabel) {
-            appendLabel(at + 1, count, text);
-            at += 1 + std::size_t{count};
-            continue;
+        if (keeping && behind != 0 && m_kept[at].known) {
+            Kept const& kept = m_kept[at];
+            append(std::string_view(m_texts).substr(kept.begin, kept.end - kept.begin), text);
+            break;
         }
-        if (jumps++ == 0) behind = at + 2;
-        if (jumps > m_length) failName();  // there are not so many pointers: it goes round
-        at = follow(at);
+        if (++steps > m_length) failName();  // there are not so many places: it goes round
+        if (keeping) m_visits.push_back({at, text.size()});
+        if (count > longestLabel) {
+            if (behind == 0) behind = at + 2;
+            at = static_cast<std::size_t>(count & longestLabel) << 8 | nameByte(at + 1);
+        } else {
+            append(label(at), text);
+            at += 1 + std::size_t{count};
+        }
     }
-    m_offset = jumps == 0 ? at + 1 : behind;
+    m_offset = behind != 0 ? behind : at + 1;
+    m_steps += steps;
+    if (!m_visits.empty()) keep(text, start);
+}
+
+/// Keeps what a name read from its start, for each place that it went over.
+void WireReader::keep(std::string const& text, std::size_t start) {
+    std::size_t const base = m_texts.size();
+    m_texts.append(text, start);
+    for (auto const& [at, length] : m_visits) {
+        // Alone, a name does not begin with the dot that follows what stood before it.
+        std::size_t const begin = std::min(text.size(), length == 0 ? 0 : length + 1);
+        m_kept[at] = {static_cast<std::uint32_t>(base + begin - start),
+                      static_cast<std::uint32_t>(m_texts.size()), true};
+    }
 }
 
 std::uint8_t WireReader::nameByte(std::size_t at) const {
@@ -84,40 +113,18 @@ std::uint8_t WireReader::nameByte(std::size_t at) const {
     return m_array[at];
 }
 
-bool WireReader::isPointer(std::size_t at) const {
-    return nameByte(at) > longestLabel;
+std::string_view WireReader::label(std::size_t at) const {
+    std::size_t const count = m_array[at];
+    if (count >= m_length - at) failName();
+    return {reinterpret_cast<char const*>(m_array.data()) + at + 1, count};
 }
 
-std::size_t WireReader::target(std::size_t pointer) const {
-    unsigned int const high = nameByte(pointer) & longestLabel;
-    return high << 8 | nameByte(pointer + 1);
-}
-
-/// Where a pointer leads in the end: to a label or to the end of a name.
-std::size_t WireReader::follow(std::size_t pointer) {
-    std::size_t const first = target(pointer);
-    if (!isPointer(first)) return first;
-
-    m_chainEnds.resize(m_array.size());
-    std::size_t end = pointer;
-    for (std::size_t jumps = 0; isPointer(end); end = target(end)) {
-        if (std::uint16_t const known = m_chainEnds[end]) {
-            end = known - 1U;
-            break;
-        }
-        if (++jumps > m_length) failName();
-    }
-    for (std::size_t at = pointer; at != end && m_chainEnds[at] == 0; at = target(at))
-        m_chainEnds[at] = static_cast<std::uint16_t>(end + 1);
-    return end;
-}
-
-void WireReader::appendLabel(std::size_t at, std::size_t count, std::string& text) {
-    if (count > m_length - at) failName();
-    m_nameBytes += count + 1;
+void WireReader::append(std::string_view labels, std::string& text) {
+    if (labels.empty()) return;
+    m_nameBytes += labels.size() + 1;
     if (m_nameBytes > nameAllowance) failName();
     if (!text.empty()) text += '.';
-    text.append(reinterpret_cast<char const*>(m_array.data()) + at, count);
+    text += labels;
 }
 
 }  // namespace Quillmark

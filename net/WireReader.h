@@ -39,19 +39,32 @@ public:
     [[noreturn]] static void failCorrupt(char const* operation);
 
 private:
+    /// A piece of m_texts: the name that begins at some place of the message.
+    struct Kept {
+        std::uint32_t begin = 0;
+        std::uint32_t end = 0;
+        bool known = false;
+    };
+    /// A place of the message that a name went over, and how long the text was there.
+    struct Visit {
+        std::size_t at;
+        std::size_t textLength;
+    };
+
     std::uint8_t byte(std::size_t at) const noexcept { return at < m_array.size() ? m_array[at] : 0; }
     std::uint8_t nameByte(std::size_t at) const;
-    bool isPointer(std::size_t at) const;
-    std::size_t target(std::size_t pointer) const;
-    std::size_t follow(std::size_t pointer);
-    void appendLabel(std::size_t at, std::size_t count, std::string& text);
+    std::string_view label(std::size_t at) const;
+    void append(std::string_view labels, std::string& text);
+    void keep(std::string const& text, std::size_t start);
 
     std::span<unsigned char const> m_array;
     std::size_t m_length = 0;
     std::size_t m_offset = 0;
+    std::size_t m_steps = 0;      // over labels and pointers, for all names so far
     std::size_t m_nameBytes = 0;  // of all names so far
-    // For each pointer to a pointer that was followed, one more than the place where the chain ends.
-    std::vector<std::uint16_t> m_chainEnds;
+    std::vector<Visit> m_visits;  // of the name that is being read
+    std::vector<Kept> m_kept;     // by place; empty until m_steps makes it worth while
+    std::string m_texts;
 };
 
 }  // namespace Quillmark

@@ -780,6 +780,38 @@ TEST(DnsName, ReadsAsAPlainReaderDoes) {
     EXPECT_EQ(refused, 4000U);
 }
 
+TEST(DnsName, ReadsAsAPlainReaderDoesHoweverManyPointToOthers) {
+    std::mt19937 random(11);
+    auto const below = [&](std::size_t n) { return random() % n; };
+    for (int round = 0; round < 20; ++round) {
+        std::vector<std::size_t> places = {12};  // where a name may be pointed to
+        std::string bytes = name("a.b");
+        while (bytes.size() < 6000) {
+            // Mostly to a name that has just been, so that chains grow.
+            std::size_t const back =
+                below(10) == 0 ? below(places.size()) : below(std::min<std::size_t>(4, places.size()));
+            auto const target = static_cast<unsigned int>(places[places.size() - 1 - back]);
+            for (std::size_t labels = below(3); labels-- > 0;) {
+                places.push_back(12 + bytes.size());
+                bytes += "\3" + std::to_string(100 + below(900));
+            }
+            places.push_back(12 + bytes.size());
+            bytes += pointer(target);
+        }
+        std::size_t const used = bytes.size();
+        auto const message = behindHeader(bytes);
+        PlainReader plain({reinterpret_cast<char const*>(message->data()), message->length()}, 12);
+        for (std::size_t i = 0; i < used / 12; ++i) {
+            std::string const before = i % 3 == 0 ? "before" : "";
+            std::string text = before;
+            std::string expected = before;
+            ASSERT_TRUE(plain.name(expected));
+            message->parseName(text);
+            ASSERT_EQ(text, expected) << round << " " << i;
+        }
+    }
+}
+
 TEST(ResolverMessage, WithstandsMutations) {
     EventRecorder const events;
     DomainLists const lists;
