@@ -61,6 +61,7 @@ TEST(NonCopyable, IsEmptyAndCannotBeCopied) {
     EXPECT_EQ(sizeof(Lonely), sizeof(int));
     EXPECT_FALSE(std::is_copy_constructible_v<Lonely>);
     EXPECT_FALSE(std::is_copy_assignable_v<Lonely>);
+    EXPECT_EQ(Lonely{}.field, 0);
 }
 
 TEST(RefImpl, IsBornWithOneReference) {
