@@ -203,8 +203,8 @@ void MediaOut::characterSet(std::string const& name) {
     impl().characterSet(name);
 }
 
-void MediaOut::adopt(MediaOutImpl* impl) noexcept {
-    m_impl = Handle<MediaOutImpl>(impl, false);
+void MediaOut::adopt(MediaOutImpl* impl, bool addReference) noexcept {
+    if (m_impl.get() != impl) m_impl = Handle<MediaOutImpl>(impl, addReference);
 }
 
 void MediaOut::refuseNull(uint_t line) {
@@ -237,8 +237,11 @@ void MediaOutDecoratorImpl::detach() {
 
 MediaOutDecorator::MediaOutDecorator() noexcept = default;
 
-MediaOutDecorator::MediaOutDecorator(MediaOutDecoratorImpl* impl, bool addReference) noexcept
-    : MediaOut(impl, addReference) {}
+// In the body, since a class that derives from this one makes the virtual base itself, mostly without an
+// object.
+MediaOutDecorator::MediaOutDecorator(MediaOutDecoratorImpl* impl, bool addReference) noexcept {
+    if (impl) adopt(impl, addReference);
+}
 
 void MediaOutDecorator::attach(MediaOut const& out) {
     as<MediaOutDecoratorImpl>().attach(out);

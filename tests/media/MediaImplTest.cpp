@@ -305,6 +305,30 @@ TEST(MediaOutDecorator, HoldsTheObjectThatItIsGiven) {
     EXPECT_EQ(log, "[a]");
 }
 
+TEST(MediaOutDecorator, TakesTheObjectOfADerivedClassByWhicheverConstructorItUses) {
+    struct ByDecorator : MediaOutDecorator {
+        explicit ByDecorator(MediaOutDecoratorImpl* impl) : MediaOutDecorator(impl, false) {}
+    };
+    struct ByBase : MediaOutDecorator {
+        explicit ByBase(MediaOutDecoratorImpl* impl) : MediaOut(impl, false) {}
+    };
+    struct ByBoth : MediaOutDecorator {
+        explicit ByBoth(MediaOutDecoratorImpl* impl)
+            : MediaOut(impl, false), MediaOutDecorator(impl, false) {}
+    };
+    std::string log;
+    MediaOut const sink = recorder(log);
+    ByDecorator(new HeaderMediaOutImpl(sink)).write(buffer("a"));
+    ByBase(new HeaderMediaOutImpl(sink)).write(buffer("b"));
+    auto* const shared = new HeaderMediaOutImpl(sink);
+    ByBoth both(shared);
+    both.write(buffer("c"));
+    EXPECT_EQ(log, "[a][b][c]");
+    EXPECT_EQ(shared->count(), 1U);
+    MediaOutDecorator const second(shared, true);
+    EXPECT_EQ(shared->count(), 2U);
+}
+
 TEST(TeeMediaOut, WritesToTheFirstAndThenToTheSecond) {
     std::string log;
     MediaOut const both = recorder(log);
