@@ -66,9 +66,10 @@ void BufferMediaInImpl::readline(Buffer& line) {
     if (n == 0) return;
     Buffer const& buffer = m_buffer;
     unsigned char const* const begin = buffer.data() + m_index;
-    auto const* const feed = static_cast<unsigned char const*>(std::memchr(begin, '\n', n));
-    uint_t const wanted = feed ? static_cast<uint_t>(feed - begin) + 1 : n;
-    line.append(begin, std::min(wanted, std::max(line.size(), 1U)));
+    // No further than the piece reaches: a line that comes in many pieces is looked at once, not once for each.
+    uint_t const piece = std::min(n, std::max(line.size(), 1U));
+    auto const* const feed = static_cast<unsigned char const*>(std::memchr(begin, '\n', piece));
+    line.append(begin, feed ? static_cast<uint_t>(feed - begin) + 1 : piece);
     m_index += line.length();
 }
 

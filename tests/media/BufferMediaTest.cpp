@@ -98,6 +98,15 @@ TEST(BufferMediaIn, CutsLinesToTheAllocatedSizeOfTheirBuffer) {
     EXPECT_EQ(lines(BufferMediaIn(buffer("ab\nc")), Buffer(&byte, 1, true)), "a|b|\n|c|");
 }
 
+TEST(BufferMediaIn, CutsALongLineInLinearTime) {
+    constexpr unsigned int length = 4'000'000;
+    BufferMediaIn in(buffer(std::string(length, 'a')));
+    Buffer piece(2, 0);
+    unsigned int pieces = 0;
+    for (; !in.atEnd(); ++pieces) in.readline(piece);
+    EXPECT_EQ(pieces, length / 2);
+}
+
 TEST(BufferMediaIn, MovesOnWithALineBufferOfNoBytes) {
     Buffer line(nullptr, 0, true);
     BufferMediaIn in(buffer("ab\n"));
