@@ -198,10 +198,11 @@ uint_t makeRoom(BufferImpl& record, uint_t n) {
     return static_cast<uint_t>(target - record.length);
 }
 
-/// Appends bytes that may be the record's own.
+/// Appends bytes that may be the record's own. Memory of the caller stays where it is when the record grows.
 void appendBytes(BufferImpl& record, unsigned char const* bytes, uint_t count) {
     std::less<unsigned char const*> const before;
-    bool const own = !before(bytes, record.data) && before(bytes, record.data + record.allocated);
+    bool const own =
+        !record.fixed && !before(bytes, record.data) && before(bytes, record.data + record.allocated);
     std::ptrdiff_t const offset = own ? bytes - record.data : 0;
     uint_t const stored = makeRoom(record, count);
     if (own) bytes = record.data + offset;

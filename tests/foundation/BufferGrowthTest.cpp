@@ -88,6 +88,19 @@ TEST(BufferGrowth, AppendsByteByByteInLinearTime) {
     EXPECT_EQ(buffer.at(999'999), static_cast<unsigned char>(999'999 & 255));
 }
 
+TEST(BufferGrowth, AppendsTheMemoryThatItLeaves) {
+    char memory[] = "abcdef";
+    Buffer buffer(memory, 6, true);
+    buffer.protect();
+    buffer.maxSize(0);
+    buffer.length(0);
+    buffer.append(raw("ABCDEF"), 6);
+    EXPECT_STREQ(memory, "ABCDEF") << "the wrapped memory has room";
+    buffer.length(0);
+    buffer.append(Buffer(memory, 7, true));
+    EXPECT_EQ(text(buffer), std::string("ABCDEF\0", 7));
+}
+
 TEST(BufferGrowth, AppendsToItself) {
     Buffer buffer(4, 16);
     buffer.append(raw("abcd"), 4);
