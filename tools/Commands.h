@@ -84,4 +84,18 @@ struct DnsOptions {
 };
 int dns(DnsOptions const& options, Output& output);
 
+struct ServeOptions {
+    unsigned short port = 29001;  ///< on 127.0.0.1; 0 for any that is free
+    std::string policy;           ///< a file; empty: the built-in policy
+    std::string lists;
+};
+int serve(ServeOptions const& options, Output& output);
+
+struct IpcOptions {
+    std::string daemon;     ///< "host:port", or a part of it
+    unsigned int type = 0;  ///< of the request
+};
+int ping(IpcOptions const& options, Output& output);
+int ipcSend(IpcOptions const& options, Output& output);
+
 }  // namespace QuillmarkTool

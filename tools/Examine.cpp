@@ -133,17 +133,17 @@ private:
     Md5Hasher m_hasher;
 };
 
-bool isPrivate(IPAddress const& address) {
-    return IPAddress::isPrivateAddress(address) || IPAddress::isLoopBack(address) ||
-           IPAddress::isLinkLocal(address) || IPAddress::isSiteLocal(address);
-}
-
 /// Whether a name ends where the registrar's part does: it is a public suffix and nobody's own.
 bool isSuffix(std::string const& domain) {
     return DomainNameCountryCodeContainer::instance()->find(domain);
 }
 
 }  // namespace
+
+bool isPrivateAddress(IPAddress const& address) {
+    return IPAddress::isPrivateAddress(address) || IPAddress::isLoopBack(address) ||
+           IPAddress::isLinkLocal(address) || IPAddress::isSiteLocal(address);
+}
 
 std::string detailOf(Exception const& e) {
     std::string const detail = e.stringParameter();
@@ -175,6 +175,7 @@ LinkReport describeLink(Uri const& uri) {
     link.idn = uri.idn();
     link.scheme = uri.scheme();
     link.port = uri.port();
+    link.hasUser = link.scheme != "mailto:" && !uri.user().empty();
     HostName const& host = uri.host();
     if (host.isNull()) {
         link.noRegisteredDomain = true;
@@ -184,7 +185,7 @@ LinkReport describeLink(Uri const& uri) {
     link.ipLiteral = host.isIPAddress();
     link.domain = host.domain();
     if (link.ipLiteral) {
-        link.isPrivate = isPrivate(IPAddress(link.name));
+        link.isPrivate = isPrivateAddress(IPAddress(link.name));
         return link;
     }
     // Where the registered domain is the whole name, the library may leave its first label in host().

@@ -7,6 +7,7 @@
 
 #include "include2/EmailAddress"
 #include "include2/Exception"
+#include "include2/IPAddress"
 #include "include2/Uri"
 #include "tools/MessageReport.h"
 #include "tools/Mime.h"
@@ -25,6 +26,9 @@ MessageReport examine(Mime::Message const& message, ExamineOptions const& option
 
 /// One link, its host looked at: split, and flagged where a reader should look twice.
 LinkReport describeLink(Quillmark::Uri const& uri);
+
+/// Whether the address means something else to everybody who uses it: private, loopback, link-local.
+bool isPrivateAddress(Quillmark::IPAddress const& address);
 
 /// The address as plain data. @p address must not be null.
 Address plainAddress(Quillmark::EmailAddress const& address);

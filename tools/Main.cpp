@@ -41,6 +41,8 @@ private:
                   int (*convert)(LinesOptions const&, Output&));
     void addProcesses();
     void addDns();
+    void addServe();
+    void addIpc();
 
     CLI::App m_app{
         "Reads mail and shows what is in it: who sent it, what its parts hash to, which links and\n"
@@ -55,6 +57,8 @@ private:
     LinesOptions m_lines;
     ProcessOptions m_processes;
     DnsOptions m_dns;
+    ServeOptions m_serve;
+    IpcOptions m_ipc;
 };
 
 void addColour(CLI::App* command, Colour& colour) {
@@ -81,6 +85,7 @@ CommandLine::CommandLine() {
         "  quillmark links < page.html             the links in a text\n"
         "  quillmark host www.example.co.uk        how a host name is split\n"
         "  quillmark dns example.com MX            ask a name server\n"
+        "  quillmark serve                         judge messages for whoever asks\n"
         "  quillmark md5 *.eml                     digests, as md5sum prints them\n\n"
         "\"quillmark COMMAND --help\" says more. Exit status: 0 all is well, 1 a message or value is\n"
         "bad, 2 the work could not be done.");
@@ -102,6 +107,8 @@ CommandLine::CommandLine() {
     addLines("unix2dos", "CR LF", unix2dos);
     addProcesses();
     addDns();
+    addServe();
+    addIpc();
 }
 
 CLI::App* CommandLine::command(std::string const& name, std::string const& purpose,
@@ -230,6 +237,37 @@ void CommandLine::addDns() {
         ->option_text("ADDRESS");
     added->add_option("--port", m_dns.port, "on this port (53)")->option_text("P");
     added->add_flag("--json", m_dns.json, "print JSON");
+}
+
+void CommandLine::addServe() {
+    CLI::App* const added = command("serve", "Judge messages for whoever asks, on this machine",
+                                    "  quillmark serve\n"
+                                    "  quillmark serve --port 29002 --policy mine\n"
+                                    "  kill -HUP $(pidof quillmark)            read policy and lists again",
+                                    [this](Output& output) { return serve(m_serve, output); });
+    added->add_option("--port", m_serve.port, "listen on 127.0.0.1, on this port (29001); 0: any free one")
+        ->option_text("PORT");
+    added->add_option("--policy", m_serve.policy, "judge by FILE instead of the built-in policy")
+        ->option_text("FILE");
+    ::addLists(added, m_serve.lists);
+}
+
+void CommandLine::addIpc() {
+    CLI::App* const ping =
+        command("ping", "Ask whether a daemon is there", "  quillmark ping\n  quillmark ping 127.0.0.1:29002",
+                [this](Output& output) { return QuillmarkTool::ping(m_ipc, output); });
+    ping->add_option("HOST:PORT", m_ipc.daemon, "where it listens (127.0.0.1:29001)")->option_text(" ");
+
+    CLI::App* const ipc = m_app.add_subcommand("ipc", "Speak the protocol of the daemons");
+    ipc->require_subcommand(1);
+    ipc->footer("Examples:\n  quillmark ipc send 53 < /dev/null");
+    CLI::App* const send =
+        ipc->add_subcommand("send", "Send a request from standard input, and print the answer");
+    send->footer("Examples:\n  quillmark ipc send 53 < /dev/null           the daemon's statistics");
+    send->add_option("TYPE", m_ipc.type, "the number of the request's type")->required()->option_text(" ");
+    send->add_option("--to", m_ipc.daemon, "where the daemon listens (127.0.0.1:29001)")
+        ->option_text("HOST:PORT");
+    send->callback([this] { m_action = [this](Output& output) { return ipcSend(m_ipc, output); }; });
 }
 
 int CommandLine::run(int argc, char** argv) {

@@ -49,7 +49,8 @@ struct LinkReport {
     std::string name;  ///< the whole host name, or the address
     std::string host;  ///< what stands before the registered domain
     std::string domain;
-    int port = 0;  ///< 0 when not given
+    int port = 0;          ///< 0 when not given
+    bool hasUser = false;  ///< there is user information before the host, as in "http://user@host/"
     bool ipLiteral = false;
     bool isPrivate = false;
     bool noRegisteredDomain = false;

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <stdexcept>
+#include <utility>
 
 namespace QuillmarkTest {
 namespace {
@@ -58,6 +59,17 @@ std::string drained(int terminal) {
         if (count < 0 && errno == EINTR) continue;
         if (count <= 0) return text;  // a terminal without writers fails with EIO
         text.append(block.data(), static_cast<std::size_t>(count));
+    }
+}
+
+/// The next line, without its end; what there is of it when nothing more comes.
+std::string nextLine(int descriptor) {
+    std::string text;
+    for (char c = 0;;) {
+        ssize_t const count = ::read(descriptor, &c, 1);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0 || c == '\n') return text;
+        text += c;
     }
 }
 
@@ -141,6 +153,49 @@ Ran quillmarkInterrupted(std::vector<std::string> const& arguments, std::string 
     ::close(ends[1]);
     ran.out = readFile(place.file("out"));
     return ran;
+}
+
+Running::Running(std::vector<std::string> const& arguments) {
+    int const in = opened("/dev/null", O_RDONLY);
+    std::array<int, 2> out{};
+    std::array<int, 2> err{};
+    if (::pipe2(out.data(), O_CLOEXEC) != 0 || ::pipe2(err.data(), O_CLOEXEC) != 0)
+        throw std::runtime_error("no pipe");
+    m_child = ::fork();
+    if (m_child == 0) {
+        ::dup2(in, 0);
+        ::dup2(out[1], 1);
+        ::dup2(err[1], 2);
+        become(arguments, {}, m_place.path());
+    }
+    for (int const descriptor : {in, out[1], err[1]}) ::close(descriptor);
+    m_out = out[0];
+    m_err = err[0];
+}
+
+Running::~Running() {
+    if (m_child > 0) {
+        signal(SIGKILL);
+        wait();
+    }
+    ::close(m_out);
+    ::close(m_err);
+}
+
+std::string Running::line() {
+    return nextLine(m_out);
+}
+
+std::string Running::error() {
+    return nextLine(m_err);
+}
+
+void Running::signal(int number) const {
+    ::kill(m_child, number);
+}
+
+int Running::wait() {
+    return waitedFor(std::exchange(m_child, -1));
 }
 
 Ran quillmarkOnTerminal(Terminal terminal, std::vector<std::string> const& arguments,

@@ -35,6 +35,26 @@ Ran quillmark(std::vector<std::string> const& arguments, Surroundings const& sur
 Ran quillmarkInterrupted(std::vector<std::string> const& arguments, std::string const& input,
                          std::function<bool()> const& ready);
 
+/// A run that goes on beside the test.
+class Running {
+public:
+    explicit Running(std::vector<std::string> const& arguments);
+    ~Running();  ///< ends it, if it has not ended
+    Running(Running const&) = delete;
+    Running& operator=(Running const&) = delete;
+
+    std::string line();   ///< the next line of standard output, waited for; empty when there is none
+    std::string error();  ///< the same of standard error
+    void signal(int number) const;
+    int wait();  ///< waits for the end. @return as Ran::status
+
+private:
+    TemporaryDirectory m_place;
+    int m_child = -1;
+    int m_out = -1;
+    int m_err = -1;
+};
+
 /// Runs the command with standard output, or only standard error, on a terminal of its own, 100 columns wide.
 /// What the terminal gets is Ran::out, with its line ends as "\n".
 enum class Terminal { Everything, ErrorsOnly };

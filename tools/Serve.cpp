@@ -1,0 +1,177 @@
+// quillmark serve: a daemon that judges messages for whoever asks over the library's protocol.
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <memory>
+#include <mutex>
+
+#include "include2/QuillIPC"
+#include "platform/quill_cfg.h"
+#include "tools/Commands.h"
+#include "tools/Daemon.h"
+#include "tools/DomainLists.h"
+#include "tools/Judge.h"
+
+namespace QuillmarkTool {
+using namespace Quillmark;
+namespace {
+
+/// What the handlers share. It is never destroyed, as the dispatcher's thread is not.
+class Service {
+public:
+    std::shared_ptr<Judge const> judge() const {
+        std::lock_guard const guard(m_lock);
+        return m_judge;
+    }
+    void judge(std::shared_ptr<Judge const> judge) {
+        std::lock_guard const guard(m_lock);
+        m_judge = std::move(judge);
+    }
+    std::string statistics() const {
+        auto const up = std::chrono::steady_clock::now() - m_start;
+        std::string text =
+            "seconds " + std::to_string(std::chrono::duration_cast<std::chrono::seconds>(up).count()) + "\n";
+        auto const add = [&](char const* name, std::atomic<unsigned long> const& count) {
+            text += name + std::to_string(count) + "\n";
+        };
+        add("digests ", digests);
+        add("known ", known);
+        add("messages ", messages);
+        add("accept ", actions[0]);
+        add("review ", actions[1]);
+        add("reject ", actions[2]);
+        add("refused ", refused);
+        return text;
+    }
+
+    std::atomic<unsigned long> digests{0};   // looked up
+    std::atomic<unsigned long> known{0};     // of those
+    std::atomic<unsigned long> messages{0};  // judged
+    std::array<std::atomic<unsigned long>, 3> actions{};
+    std::atomic<unsigned long> refused{0};  // requests that are none
+
+private:
+    mutable std::mutex m_lock;
+    std::shared_ptr<Judge const> m_judge;
+    std::chrono::steady_clock::time_point const m_start = std::chrono::steady_clock::now();
+};
+
+Service& service() {
+    static Service* const only = new Service;
+    return *only;
+}
+
+/// Answers a text with a text, on the dispatcher's own thread: no answer takes longer than a moment.
+class TextHandler final : public IPC::HandlerImpl {
+public:
+    using Work = std::string (*)(std::string_view request);
+    TextHandler(unsigned int type, Work work) : m_work(work) { this->type(type); }
+    int task(IPC::SocketIPC& connection, IPC::Pdu const& request) const override {
+        Buffer const payload = request.data();
+        IPC::Pdu answer(type(), 8);
+        answer << m_work({reinterpret_cast<char const*>(payload.data()), payload.length()});
+        connection << answer;
+        return 0;
+    }
+
+private:
+    Work m_work;
+};
+
+std::string refusal(char const* reason) {
+    ++service().refused;
+    return std::string("error ") + reason + "\n";
+}
+
+std::string lookUp(std::string_view request) {
+    std::string text;
+    auto const judge = service().judge();
+    for (std::string_view const line : lines(request)) {
+        if (!isDigest(line)) return refusal("a line is no MD5 digest");
+        ++service().digests;
+        auto const found = judge->policy().digests.find(std::string(line));
+        if (found == judge->policy().digests.end()) continue;
+        ++service().known;
+        text += std::string(line) + (found->second.empty() ? "" : " ") + found->second + "\n";
+    }
+    return text;
+}
+
+std::string judged(std::string_view request) {
+    auto const features = Features::fromText(request);
+    if (!features) return refusal("a line is no feature");
+    Verdict const verdict = service().judge()->judge(*features);
+    ++service().messages;
+    ++service().actions[static_cast<std::size_t>(verdict.action)];
+    return verdict.asText();
+}
+
+std::string counts(std::string_view) {
+    return service().statistics();
+}
+
+/// A port of loopback that nobody listens on just now; 0 when there is none.
+unsigned short freePort() {
+    int const probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* const any = reinterpret_cast<sockaddr*>(&address);
+    bool const bound = ::bind(probe, any, size) == 0 && ::getsockname(probe, any, &size) == 0;
+    ::close(probe);
+    return bound ? ntohs(address.sin_port) : static_cast<unsigned short>(0);
+}
+
+/// Reads policy and lists. What cannot be read is said, and what was read before goes on.
+bool load(ServeOptions const& options) {
+    bool good = true;
+    try {
+        service().judge(std::make_shared<Judge const>(readPolicy(options.policy)));
+    } catch (BadPolicy const& e) {
+        complain(e.what());
+        good = false;
+    }
+    std::string const lists = useDomainLists(options.lists);
+    if (!lists.empty()) complain(lists);
+    quill_cfg_new_generation();  // from here on the library reads the lists again
+    return good && (lists.empty() || options.lists.empty());
+}
+
+}  // namespace
+
+int serve(ServeOptions const& options, Output& output) {
+    if (!load(options)) return Failed;
+    // Before the dispatcher makes its thread, so that signals come here and nowhere else.
+    sigset_t signals;
+    ::sigemptyset(&signals);
+    for (int const number : {SIGHUP, SIGTERM, SIGINT}) ::sigaddset(&signals, number);
+    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+    unsigned short const port = options.port != 0 ? options.port : freePort();
+    IPC::Dispatcher* const dispatcher = IPC::Dispatcher::instance(port);
+    dispatcher->add(IPC::Handler(new IPC::HandlerPing));
+    dispatcher->add(IPC::Handler(new TextHandler(AskDigests, lookUp)));
+    dispatcher->add(IPC::Handler(new TextHandler(AskFeatures, judged)));
+    dispatcher->add(IPC::Handler(new TextHandler(AskStatistics, counts)));
+    if (!dispatcher->waitUntilReady(3)) {
+        complain("cannot listen on 127.0.0.1:" + std::to_string(port));
+        return Failed;
+    }
+    output.line("serving on 127.0.0.1:" + std::to_string(port) + " by " +
+                harmless(service().judge()->policy().name));
+    output.flush();
+    for (int number = 0; ::sigwait(&signals, &number) == 0 && number == SIGHUP;)
+        complain(load(options) ? "policy and lists are read again" : "what was read before goes on");
+    output.line("served " + std::to_string(service().messages) + " messages");
+    return Fine;
+}
+
+}  // namespace QuillmarkTool
