@@ -37,9 +37,11 @@ target_compile_options(quillmark_options INTERFACE
 target_compile_definitions(quillmark_options INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
 if(QUILLMARK_SANITIZE)
     target_compile_options(quillmark_options INTERFACE -fsanitize=${QUILLMARK_SANITIZE}
-        -fno-omit-frame-pointer -fno-sanitize-recover=all
+        -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    if(NOT QUILLMARK_SANITIZE STREQUAL "thread")
         # The check of table pointers opens descriptors, and takes it for an error when there are none left.
-        $<$<NOT:$<STREQUAL:${QUILLMARK_SANITIZE},thread>>:-fno-sanitize=vptr>)
+        target_compile_options(quillmark_options INTERFACE -fno-sanitize=vptr)
+    endif()
     target_link_options(quillmark_options INTERFACE -fsanitize=${QUILLMARK_SANITIZE})
 endif()
 if(QUILLMARK_COVERAGE)
