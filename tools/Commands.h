@@ -21,6 +21,8 @@ struct ScanOptions {
     std::string lists;               ///< directory of the domain lists; empty: where they usually are
     std::string temporary;           ///< directory of swap files; empty: where they usually are
     unsigned int memory = 1U << 20;  ///< bytes of a body kept in memory before it goes to a swap file
+    std::string verdict;             ///< "host:port" of the daemon that judges; empty: judge here
+    std::string policy;              ///< the file to judge by; empty: the built-in policy
     bool strict = false;             ///< take only links with a scheme, "www." or "@"
     bool json = false;
     Colour colour = Colour::Auto;

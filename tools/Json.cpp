@@ -103,6 +103,13 @@ Json object(ResolverMessage::Record const& record) {
     return json;
 }
 
+Json object(VerdictReport const& verdict) {
+    return {{"action", verdict.action},
+            {"score", verdict.score},
+            {"reasons", verdict.reasons},
+            {"by", verdict.by}};
+}
+
 template <class List>
 Json array(List const& list) {
     Json all = Json::array();
@@ -139,6 +146,7 @@ std::string jsonOf(MessageReport const& report) {
             json["without_address"].push_back({{"field", field.name}, {"text", field.text}});
     json["parts"] = array(report.parts);
     json["links"] = array(report.links);
+    json["verdict"] = report.verdict ? object(*report.verdict) : Json();
     return line(json);
 }
 

@@ -137,6 +137,13 @@ void CommandLine::addScan() {
         ->transform(CLI::AsSizeValue(false))
         ->option_text("SIZE");
     added->add_option("--tmp", m_scan.temporary, "make swap files in DIR")->option_text("DIR");
+    CLI::Option* const verdict =
+        added->add_option("--verdict", m_scan.verdict, "ask the daemon at HOST:PORT for verdicts");
+    verdict->option_text("HOST:PORT");
+    added
+        ->add_option("--policy", m_scan.policy, "without a daemon: judge by FILE, not by the built-in policy")
+        ->option_text("FILE")
+        ->excludes(verdict);
     added->add_flag("--strict", m_scan.strict, "take only what has a scheme, \"www.\" or \"@\" for a link");
     added->add_flag("--json", m_scan.json, "print one JSON object a line for each message");
     addColour(added, m_scan.colour);

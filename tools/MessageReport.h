@@ -58,6 +58,14 @@ struct LinkReport {
     bool isSuspicious() const { return ipLiteral || isPrivate || noRegisteredDomain; }
 };
 
+/// What is to be done with a message.
+struct VerdictReport {
+    std::string action;  ///< "accept", "review" or "reject"
+    unsigned int score = 0;
+    std::vector<std::string> reasons;  ///< rule, score, what it was found on
+    std::string by;                    ///< who judged
+};
+
 struct MessageReport {
     std::string file;        ///< "-" for standard input
     std::size_t number = 0;  ///< in its file, from 1; 0 when there is no message to count
@@ -69,7 +77,8 @@ struct MessageReport {
     std::vector<AddressField> fields;
     std::vector<PartReport> parts;
     std::vector<LinkReport> links;
-    std::vector<std::string> errors;  ///< what is bad about the message; empty for a good one
+    std::optional<VerdictReport> verdict;  ///< nothing when nobody judged
+    std::vector<std::string> errors;       ///< what is bad about the message; empty for a good one
 
     bool isGood() const { return errors.empty(); }
 };

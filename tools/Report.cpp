@@ -104,9 +104,20 @@ void writeLinks(std::string& out, MessageReport const& report, Painter const& pa
     }
 }
 
+void writeVerdict(std::string& out, VerdictReport const& verdict, Painter const& paint) {
+    Style const style = verdict.action == "accept"   ? Style::Plain
+                        : verdict.action == "review" ? Style::Warning
+                                                     : Style::Error;
+    Block block(out, paint, "Verdict");
+    block.line(paint(style, verdict.action) + ", score " + std::to_string(verdict.score));
+    for (std::string const& reason : verdict.reasons) block.line(harmless(reason));
+}
+
 }  // namespace
 
 void Totals::add(MessageReport const& report) {
+    if (report.verdict && report.verdict->action == "review") ++review;
+    if (report.verdict && report.verdict->action == "reject") ++reject;
     if (report.number != 0) ++messages;
     if (!report.isGood()) ++bad;
     parts += report.parts.size();
@@ -143,14 +154,19 @@ std::string reportOf(MessageReport const& report, Painter const& paint) {
     writeFields(out, report, paint);
     writeParts(out, report, paint);
     writeLinks(out, report, paint);
+    if (report.verdict) writeVerdict(out, *report.verdict, paint);
     Block errors(out, paint, "Error");
     for (std::string const& error : report.errors) errors.line(paint(Style::Error, harmless(error)));
     return out + "\n";
 }
 
 std::string reportOf(Totals const& totals, Painter const& paint) {
-    std::string out = counted(totals.messages, "message", "messages") + ", " +
-                      counted(totals.parts, "part", "parts") + ", " + counted(totals.links, "link", "links");
+    std::string out;
+    if (!totals.judge.empty())
+        out = "Judged by " + harmless(totals.judge) + ": " + std::to_string(totals.review) + " to review, " +
+              std::to_string(totals.reject) + " to reject.\n";
+    out += counted(totals.messages, "message", "messages") + ", " + counted(totals.parts, "part", "parts") +
+           ", " + counted(totals.links, "link", "links");
     std::string remarks;
     if (totals.ipLiterals != 0) {
         remarks += ": " + std::to_string(totals.ipLiterals) + " to bare IP addresses";

@@ -18,6 +18,9 @@ struct Totals {
     std::size_t ipLiterals = 0;
     std::size_t privates = 0;
     std::size_t withoutDomain = 0;
+    std::size_t review = 0;   ///< messages to review
+    std::size_t reject = 0;   ///< messages to reject
+    std::string judge;        ///< who judged; empty: nobody
     std::size_t skipped = 0;  ///< files below a directory that are no mail
 
     void add(MessageReport const& report);
@@ -26,7 +29,7 @@ struct Totals {
 /// One message, from its title to the empty line behind it.
 std::string reportOf(MessageReport const& report, Painter const& paint);
 
-/// The last line.
+/// The last lines: who judged, and what there was.
 std::string reportOf(Totals const& totals, Painter const& paint);
 
 /// What a reader should know about a link's host: "IP address", "private"; empty when nothing.

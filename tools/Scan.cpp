@@ -10,11 +10,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include "include2/BufferMedia"
 #include "include2/Exception"
 #include "include2/FileMedia"
 #include "include2/UriSniffer"
+#include "tools/Arbiter.h"
 #include "tools/Commands.h"
 #include "tools/DomainLists.h"
 #include "tools/Examine.h"
@@ -64,8 +66,9 @@ std::string usableTemporary(std::string const& wanted) {
 
 class Scanner {
 public:
-    Scanner(ScanOptions const& options, std::string const& temporary, Output& output)
+    Scanner(ScanOptions const& options, std::string const& temporary, Arbiter const& arbiter, Output& output)
         : m_options(options),
+          m_arbiter(arbiter),
           m_examine{temporary + "/swapXXXXXX", options.memory, !options.strict},
           m_output(output),
           m_paint(wantsColour(options.colour)) {}
@@ -77,10 +80,12 @@ private:
     void messages(Source const& source, Mime::Reader& reader);
     std::unique_ptr<Mime::Reader> open(std::string const& path);
     std::unique_ptr<Mime::Reader> openPipe(int descriptor);
+    void judge(MessageReport& report) const;
     void say(MessageReport const& report);
     void sayError(std::string const& path, std::string const& error);
 
     ScanOptions const& m_options;
+    Arbiter const& m_arbiter;
     ExamineOptions const m_examine;
     Output& m_output;
     Painter const m_paint;
@@ -94,6 +99,7 @@ int Scanner::run() {
     SourceList const list =
         findSources(m_options.paths.empty() ? std::vector<std::string>{"-"} : m_options.paths);
     m_totals.skipped = list.skipped;
+    m_totals.judge = m_arbiter.name();
     for (Source const& source : list.sources) m_total += source.bytes;
     for (Source const& next : list.sources) {
         if (stopped != 0) break;
@@ -131,6 +137,7 @@ void Scanner::messages(Source const& source, Mime::Reader& reader) {
         report.file = source.path;
         report.number = ++number;
         report.inMbox = reader.isMbox();
+        judge(report);
         say(report);
     }
     if (number == 0 && stopped == 0) throw Unreadable{"empty: there is no message in it"};
@@ -165,6 +172,17 @@ std::unique_ptr<Mime::Reader> Scanner::openPipe(int descriptor) {
         std::string_view(reinterpret_cast<char const*>(cache.data()), cache.length()));
 }
 
+void Scanner::judge(MessageReport& report) const {
+    try {
+        Verdict const verdict = m_arbiter.judge(report);
+        report.verdict = VerdictReport{nameOf(verdict.action), verdict.score, {}, m_arbiter.name()};
+        for (Quillmark::ClassifierDetail const& reason : verdict.reasons)
+            report.verdict->reasons.push_back(reason.toString(0));
+    } catch (NoAnswer const& e) {
+        report.errors.push_back(std::string("no verdict: ") + e.what());
+    }
+}
+
 void Scanner::say(MessageReport const& report) {
     m_totals.add(report);
     if (m_options.json)
@@ -194,10 +212,17 @@ int scan(ScanOptions const& options, Output& output) {
                      : options.temporary + ": cannot write swap files there");
         return Failed;
     }
+    std::optional<Arbiter> arbiter;
+    try {
+        arbiter.emplace(options.verdict, options.policy);
+    } catch (std::runtime_error const& e) {  // no daemon, or no policy
+        complain(e.what());
+        return Failed;
+    }
     using Level = Quillmark::UriSniffer::Config;
     Level::instance(options.strict ? Level::LevelStrict : Level::LevelLiberal);
     stopWhenAsked();
-    int const result = Scanner(options, temporary, output).run();
+    int const result = Scanner(options, temporary, *arbiter, output).run();
     if (stopped != 0) ::raise(stopped);  // the handler is gone: this ends us as the signal does
     return result;
 }

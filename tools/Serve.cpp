@@ -170,7 +170,7 @@ int serve(ServeOptions const& options, Output& output) {
     output.flush();
     for (int number = 0; ::sigwait(&signals, &number) == 0 && number == SIGHUP;)
         complain(load(options) ? "policy and lists are read again" : "what was read before goes on");
-    output.line("served " + std::to_string(service().messages) + " messages");
+    output.line("served " + counted(service().messages, "message", "messages"));
     return Fine;
 }
 

@@ -56,7 +56,7 @@ TEST(ServeCommand, EndsCleanlyWhenItIsAskedTo) {
         Daemon daemon;
         EXPECT_EQ(daemon.answer(52, "").substr(0, 8), "score 0\n");
         daemon.run().signal(number);
-        EXPECT_EQ(daemon.run().line(), "served 1 messages");
+        EXPECT_EQ(daemon.run().line(), "served 1 message");
         EXPECT_EQ(daemon.run().wait(), 0);
         EXPECT_EQ(daemon.run().error(), "");
     }
