@@ -290,7 +290,7 @@ void Crontab::start() {
 
 // The handler for the end of a thread binds a reference that the system leaves null, so that one check of
 // the sanitizers has to look away.
-__attribute__((no_sanitize("null"))) void* Crontab::starter(void* crontab) {
+__attribute__((noinline, no_sanitize("null"))) void* Crontab::starter(void* crontab) {
     try {
         if (crontab) static_cast<Crontab*>(crontab)->taskManager();
     } catch (abi::__forced_unwind&) {  // the end of a thread, which has to go its way

@@ -2,6 +2,7 @@
 
 #include <cxxabi.h>
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -27,6 +28,27 @@ T& held(Ref<T> const& handle) {
     T* const impl = handle.operator->();
     if (!impl) refuseEmptyRef();
     return *impl;
+}
+
+/// Runs the body of a worker; true when an exception ended it, which is logged. When the thread itself
+/// ends, that has to go its way, and @p replace is called before.
+///
+/// The handler for the end of a thread binds a reference that the system leaves null, so that one check
+/// of the sanitizers has to look away.
+__attribute__((noinline, no_sanitize("null"))) bool failed(std::function<void()> const& body,
+                                                           std::function<bool()> const& replace) {
+    try {
+        body();
+        return false;
+    } catch (Exception const& e) {
+        logCaught(doThread, e);
+    } catch (abi::__forced_unwind&) {
+        replace();
+        throw;
+    } catch (...) {
+        logUnknown(doThread);
+    }
+    return true;
 }
 
 }  // namespace
@@ -112,23 +134,12 @@ void* Scheduler<Element, Work, Queue>::drone(void* argument) {
 
 /// Works until the worker's body ends. When it ends by an exception somebody has to go on: a new thread,
 /// or this one where no other can be made.
-///
-/// The handler for the end of a thread binds a reference that the system leaves null, so that one check
-/// of the sanitizers has to look away.
 template <class Element, class Work, class Queue>
-__attribute__((no_sanitize("null"))) void Scheduler<Element, Work, Queue>::serve(Start const& start) {
-    do {
-        try {
-            return start.scheduler->do_thread(start.queueId);
-        } catch (Exception const& e) {
-            logCaught(doThread, e);
-        } catch (abi::__forced_unwind&) {  // the end of a thread, which has to go its way
-            startThread(start);
-            throw;
-        } catch (...) {
-            logUnknown(doThread);
-        }
-    } while (!startThread(start));
+void Scheduler<Element, Work, Queue>::serve(Start const& start) {
+    auto const work = [&start] { start.scheduler->do_thread(start.queueId); };
+    auto const replace = [&start] { return startThread(start); };
+    while (failed(work, replace) && !replace()) {
+    }
 }
 
 template class Scheduler<Ref<ElementImpl>, Ref<TaskImpl>, std::deque<Ref<ElementImpl>>>;
@@ -234,7 +245,7 @@ void TaskMaster::do_thread(uint_t queueId) {
 }
 
 /// Completes what was taken, if anything was. It is the daemon's finished() that may throw here.
-__attribute__((no_sanitize("null")))  // see serve()
+__attribute__((noinline, no_sanitize("null")))  // see failed()
 void TaskMaster::settle(Ref<ElementImpl> const& element) {
     if (element.isNull()) return;
     try {
