@@ -8,7 +8,7 @@ Arbiter::Arbiter(std::string const& daemon, std::string const& policy) {
         return;
     }
     m_daemon.emplace(daemon);
-    if (QuillmarkTool::ask(*m_daemon, AskPing, {}) != "")
+    if (!QuillmarkTool::ask(*m_daemon, AskPing, {}).empty())
         throw NoAnswer(m_daemon->text + ": answers with something else");
 }
 
