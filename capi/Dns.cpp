@@ -1,18 +1,19 @@
 // DNS for C callers.
 
-#include <cstddef>
-#include <cstdlib>
-#include <cstring>
-#include <list>
-#include <string>
+#include "include2/quillmark.h"
 
 #include "capi/Guard.h"
 #include "include2/HostName"
 #include "include2/IPAddress"
 #include "include2/Logger"
-#include "include2/quillmark.h"
 #include "include2/Resolver"
 #include "net/ResolverState.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <list>
+#include <string>
 
 namespace {
 

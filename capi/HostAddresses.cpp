@@ -1,11 +1,12 @@
 // The addresses of a host for C callers.
 
-#include <string_view>
+#include "include2/quillmark.h"
 
 #include "capi/Guard.h"
 #include "include2/Host"
-#include "include2/quillmark.h"
 #include "platform/quill_string.h"
+
+#include <string_view>
 
 namespace {
 

@@ -1,14 +1,15 @@
 // The request/response protocol for C callers.
 
-#include <algorithm>
-#include <climits>
-#include <exception>
-#include <memory>
+#include "include2/quillmark.h"
 
 #include "capi/Guard.h"
 #include "foundation/Caught.h"
 #include "include2/QuillIPC"
-#include "include2/quillmark.h"
+
+#include <algorithm>
+#include <climits>
+#include <exception>
+#include <memory>
 
 using namespace Quillmark;
 

@@ -1,10 +1,11 @@
-#include <cstdio>
-#include <cstring>
-#include <new>
+#include "include2/quillmark.h"
 
 #include "capi/Guard.h"
 #include "include2/Md5"
-#include "include2/quillmark.h"
+
+#include <cstdio>
+#include <cstring>
+#include <new>
 
 using Quillmark::guarded;
 using Quillmark::Md5Hasher;

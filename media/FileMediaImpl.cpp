@@ -1,3 +1,7 @@
+#include "include2/FileMedia"
+
+#include "foundation/Fail.h"
+
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -9,9 +13,6 @@
 #include <limits>
 #include <ostream>
 #include <vector>
-
-#include "foundation/Fail.h"
-#include "include2/FileMedia"
 
 namespace Quillmark {
 

@@ -1,3 +1,9 @@
+#include "include2/Resolver"
+
+#include "foundation/Caught.h"
+#include "foundation/Fail.h"
+#include "net/WireReader.h"
+
 #include <arpa/inet.h>
 #include <netdb.h>
 
@@ -8,11 +14,6 @@
 #include <tuple>
 #include <unordered_set>
 #include <utility>
-
-#include "foundation/Caught.h"
-#include "foundation/Fail.h"
-#include "include2/Resolver"
-#include "net/WireReader.h"
 
 namespace Quillmark {
 

@@ -1,3 +1,10 @@
+#include "include2/QuillIPC"
+
+#include "foundation/Caught.h"
+#include "foundation/Fail.h"
+#include "include2/Logger"
+#include "include2/Time"
+
 #include <netinet/tcp.h>
 #include <pthread.h>
 
@@ -12,12 +19,6 @@
 #include <memory>
 #include <mutex>
 #include <utility>
-
-#include "foundation/Caught.h"
-#include "foundation/Fail.h"
-#include "include2/Logger"
-#include "include2/QuillIPC"
-#include "include2/Time"
 
 namespace Quillmark::IPC {
 

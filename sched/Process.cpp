@@ -1,3 +1,7 @@
+#include "include2/QuillProcess"
+
+#include "platform/quill_cfg.h"
+
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
@@ -6,9 +10,6 @@
 #include <charconv>
 #include <cstdlib>
 #include <string_view>
-
-#include "include2/QuillProcess"
-#include "platform/quill_cfg.h"
 
 namespace Quillmark::Process {
 

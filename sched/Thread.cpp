@@ -1,14 +1,14 @@
-#include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-
-#include <boost/date_time/posix_time/posix_time_types.hpp>
-#include <boost/interprocess/exceptions.hpp>
-#include <boost/make_shared.hpp>
+#include "include2/QuillThread"
 
 #include "foundation/Caught.h"
 #include "foundation/Fail.h"
-#include "include2/QuillThread"
+
+#include <algorithm>
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <boost/interprocess/exceptions.hpp>
+#include <boost/make_shared.hpp>
+#include <cerrno>
+#include <cstdlib>
 
 namespace Quillmark {
 
