@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <span>
 #include <string>
-#include <string_view>
 
 #include "foundation/ByteSet.h"
 
@@ -41,7 +41,7 @@ void QuotedPrintableOutImpl::write(Buffer const& buffer) {
         std::size_t const block = std::min(left, blockSize);
         out.clear();
         out.reserve(block + block / 8);
-        for (unsigned char const byte : std::string_view(reinterpret_cast<char const*>(data), block)) {
+        for (unsigned char const byte : std::span(data, block)) {
             if (m_column > lastColumn) {
                 out += "=\n";
                 m_column = 0;
