@@ -1,0 +1,141 @@
+#include "bench/support/Growth.h"
+
+#include <malloc.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+std::atomic<std::int64_t> live{0};
+std::atomic<std::int64_t> peak{0};
+
+void note(std::int64_t bytes) noexcept {
+    auto const now = live.fetch_add(bytes, std::memory_order_relaxed) + bytes;
+    auto seen = peak.load(std::memory_order_relaxed);
+    while (now > seen && !peak.compare_exchange_weak(seen, now, std::memory_order_relaxed)) {
+    }
+}
+
+}  // namespace
+
+// Every C++ allocation of the program and of the library is counted, at the size that the heap gives.
+void* operator new(std::size_t size) {
+    auto* const made = std::malloc(size);
+    if (made == nullptr) {
+        throw std::bad_alloc();
+    }
+    note(static_cast<std::int64_t>(malloc_usable_size(made)));
+    return made;
+}
+void operator delete(void* gone) noexcept {
+    if (gone != nullptr) {
+        note(-static_cast<std::int64_t>(malloc_usable_size(gone)));
+        std::free(gone);
+    }
+}
+void operator delete(void* gone, std::size_t) noexcept {
+    operator delete(gone);
+}
+
+namespace Quillmark::bench {
+
+namespace {
+
+struct Line {
+    std::size_t bytes;
+    double milliseconds;
+    double mebibytes;
+};
+
+Line measure(Growth const& growth, std::size_t size) {
+    using Clock = std::chrono::steady_clock;
+    auto const input = growth.make(size);
+    Line line{input.size(), 1e300, 0};
+    double spent = 0;
+    for (int round = 0; round < 3 || (round < 50 && spent < 200); ++round) {
+        auto const before = live.load();
+        peak = before;
+        auto const start = Clock::now();
+        growth.run(input);
+        double const took = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+        line.milliseconds = std::min(line.milliseconds, took);
+        line.mebibytes = std::max(line.mebibytes, static_cast<double>(peak - before) / 1048576.0);
+        spent += took;
+    }
+    return line;
+}
+
+}  // namespace
+
+int growthMain(int argc, char** argv, Growth const* cases, std::size_t count) {
+    constexpr double bound = 2.3;
+    std::string_view filter;
+    char const* jsonName = nullptr;
+    for (int at = 1; at < argc; ++at) {
+        if (std::string_view(argv[at]) == "--json" && at + 1 < argc) {
+            jsonName = argv[++at];
+        } else {
+            filter = argv[at];
+        }
+    }
+    std::string json;
+    int status = 0;
+    for (std::size_t at = 0; at < count; ++at) {
+        auto const& growth = cases[at];
+        if (growth.name.find(filter) == std::string::npos) {
+            continue;
+        }
+        std::printf("%s\n", growth.name.c_str());
+        double worst = 0;
+        Line before{};
+        for (auto size = growth.from; size <= growth.to; size *= 2) {
+            auto line = measure(growth, size);
+            double times = before.bytes != 0 ? line.milliseconds / before.milliseconds : 0;
+            if (times > bound) {  // a disturbed machine is asked twice
+                auto const again = measure(growth, size);
+                line.milliseconds = std::min(line.milliseconds, again.milliseconds);
+                times = line.milliseconds / before.milliseconds;
+            }
+            std::printf("  %9zu bytes %10.3f ms %9.2f MiB", line.bytes, line.milliseconds, line.mebibytes);
+            if (before.bytes != 0) {
+                std::printf("   time x%.2f", times);
+                if (before.mebibytes > 0) {
+                    std::printf("  memory x%.2f", line.mebibytes / before.mebibytes);
+                }
+                worst = std::max(worst, times);
+            }
+            std::printf("\n");
+            std::fflush(stdout);
+            char row[256];
+            std::snprintf(
+                row, sizeof row, "%s\n  {\"name\": \"%s\", \"bytes\": %zu, \"ms\": %.4f, \"MiB\": %.3f}",
+                json.empty() ? "" : ",", growth.name.c_str(), line.bytes, line.milliseconds, line.mebibytes);
+            json += row;
+            before = line;
+        }
+        if (worst > bound) {
+            std::printf("  grows by %.2f per doubling: not linear\n", worst);
+            status = 1;
+        }
+    }
+    if (jsonName != nullptr) {
+        std::FILE* const file = std::fopen(jsonName, "w");
+        if (file == nullptr) {
+            std::perror(jsonName);
+            return 2;
+        }
+        std::fprintf(file, "[%s\n]\n", json.c_str());
+        std::fclose(file);
+    }
+    return status;
+}
+
+}  // namespace Quillmark::bench

@@ -1,0 +1,30 @@
+#pragma once
+// Cost by size: a parser's worst input is doubled from 1 to 16 MiB, and time and memory are printed per
+// doubling. What grows by more than 2.3 in time is not linear any more, and the program says so and fails.
+
+#include <cstddef>
+#include <functional>
+#include <string>
+
+namespace Quillmark::bench {
+
+struct Growth {
+    std::string name;                              ///< "lexer: nested comments"
+    std::function<std::string(std::size_t)> make;  ///< the input of (about) so many bytes
+    std::function<void(std::string const&)> run;   ///< what is timed
+    std::size_t from = std::size_t{1} << 20;       ///< bytes of the smallest input
+    std::size_t to = std::size_t{16} << 20;        ///< bytes of the largest
+};
+
+/// Runs all @p count of them: a line per size with milliseconds (best of several), MiB at the peak of the
+/// heap beyond the input, and both ratios to the line before. Gives the exit code of main.
+/// The first argument, if any, is a part of the name: only those run. With "--json FILE" the figures are
+/// written there as well.
+int growthMain(int argc, char** argv, Growth const* cases, std::size_t count);
+
+template <std::size_t Count>
+int growthMain(int argc, char** argv, Growth const (&cases)[Count]) {
+    return growthMain(argc, argv, cases, Count);
+}
+
+}  // namespace Quillmark::bench
