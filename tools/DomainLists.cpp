@@ -130,6 +130,11 @@ fs::path programDirectory() {
     return fs::read_symlink("/proc/self/exe", ignored).parent_path();
 }
 
+/// Where lists are looked for when nobody names a directory and the appliance has none.
+std::array<fs::path, 2> usualDirectories() {
+    return {ownListsDirectory(), programDirectory() / "../share/quillmark/lists"};
+}
+
 }  // namespace
 
 DomainLists readPublicSuffixes(std::istream& in, bool withPrivate) {
@@ -163,8 +168,7 @@ std::string useDomainLists(std::string const& directory) {
     fs::path chosen = directory;
     if (directory.empty()) {
         if (applianceHasLists()) return {};
-        for (fs::path const& candidate :
-             {fs::path(ownListsDirectory()), programDirectory() / "../share/quillmark/lists"}) {
+        for (fs::path const& candidate : usualDirectories()) {
             if (!candidate.empty() && readable(candidate / "gtld")) {
                 chosen = candidate;
                 break;
@@ -187,6 +191,19 @@ std::string useDomainLists(std::string const& directory) {
         quill_path_map(file.fallback, path.c_str());
     }
     return {};
+}
+
+std::vector<std::string> domainListFiles(std::string const& directory) {
+    std::vector<std::string> files;
+    for (ListFile const& file : listFiles) {
+        if (!directory.empty()) {
+            files.push_back((fs::path(directory) / file.name).string());
+            continue;
+        }
+        for (char const* path : {file.primary, file.fallback}) files.emplace_back(path);
+        for (fs::path const& usual : usualDirectories()) files.push_back((usual / file.name).string());
+    }
+    return files;
 }
 
 }  // namespace QuillmarkTool

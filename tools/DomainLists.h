@@ -7,6 +7,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace QuillmarkTool {
 
@@ -45,5 +46,8 @@ std::string ownListsDirectory();
 /// appliance's own lists, ownListsDirectory(), the lists installed with this program.
 /// @return what is wrong, or empty. Without any lists no link has a registered domain.
 std::string useDomainLists(std::string const& directory);
+
+/// Every file that useDomainLists() may choose: when none of them changes, neither does what it does.
+std::vector<std::string> domainListFiles(std::string const& directory);
 
 }  // namespace QuillmarkTool

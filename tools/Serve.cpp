@@ -12,12 +12,14 @@
 #include <memory>
 #include <mutex>
 
+#include "include2/QuillCron"
 #include "include2/QuillIPC"
 #include "platform/quill_cfg.h"
 #include "tools/Commands.h"
 #include "tools/Daemon.h"
 #include "tools/DomainLists.h"
 #include "tools/Judge.h"
+#include "tools/Watch.h"
 
 namespace QuillmarkTool {
 using namespace Quillmark;
@@ -130,26 +132,62 @@ unsigned short freePort() {
     return bound ? ntohs(address.sin_port) : static_cast<unsigned short>(0);
 }
 
-/// Reads policy and lists. What cannot be read is said, and what was read before goes on.
-bool load(ServeOptions const& options) {
+/// Reads policy and lists: at the start, when it is told to, and when one of their files changed.
+/// It is never destroyed, as the crontab's thread is not.
+class Loader {
+public:
+    explicit Loader(ServeOptions const& options) : m_options(options) {}
+
+    /// What cannot be read is said, and what was read before goes on. @return whether all was read
+    bool load() {
+        std::lock_guard const guard(m_lock);
+        return loadNow();
+    }
+    void reload() {
+        std::lock_guard const guard(m_lock);
+        reloadNow();
+    }
+    void reloadWhatChanged() {
+        std::lock_guard const guard(m_lock);
+        if (m_files.changed()) reloadNow();
+    }
+
+private:
+    bool loadNow();
+    void reloadNow() {
+        complain(loadNow() ? "policy and lists are read again" : "what was read before goes on");
+    }
+
+    std::mutex m_lock;  // the crontab's thread and the one that waits for signals both load
+    ServeOptions const m_options;
+    WatchedFiles m_files;
+};
+
+bool Loader::loadNow() {
+    // First: a file that changes while it is read shall be read again.
+    std::vector<std::string> files = domainListFiles(m_options.lists);
+    if (!m_options.policy.empty()) files.push_back(m_options.policy);
+    m_files.watch(files);
+
     bool good = true;
     try {
-        service().judge(std::make_shared<Judge const>(readPolicy(options.policy)));
+        service().judge(std::make_shared<Judge const>(readPolicy(m_options.policy)));
     } catch (BadPolicy const& e) {
         complain(e.what());
         good = false;
     }
-    std::string const lists = useDomainLists(options.lists);
+    std::string const lists = useDomainLists(m_options.lists);
     if (!lists.empty()) complain(lists);
     quill_cfg_new_generation();  // from here on the library reads the lists again
-    return good && (lists.empty() || options.lists.empty());
+    return good && (lists.empty() || m_options.lists.empty());
 }
 
 }  // namespace
 
 int serve(ServeOptions const& options, Output& output) {
-    if (!load(options)) return Failed;
-    // Before the dispatcher makes its thread, so that signals come here and nowhere else.
+    static Loader* const loader = new Loader(options);
+    if (!loader->load()) return Failed;
+    // Before the dispatcher and the crontab make their threads, so that signals come here and nowhere else.
     sigset_t signals;
     ::sigemptyset(&signals);
     for (int const number : {SIGHUP, SIGTERM, SIGINT}) ::sigaddset(&signals, number);
@@ -165,11 +203,12 @@ int serve(ServeOptions const& options, Output& output) {
         complain("cannot listen on 127.0.0.1:" + std::to_string(port));
         return Failed;
     }
+    Cron::Crontab::instance(true)->add(
+        Cron::Job(new EveryMinute([] { loader->reloadWhatChanged(); }), false));
     output.line("serving on 127.0.0.1:" + std::to_string(port) + " by " +
                 harmless(service().judge()->policy().name));
     output.flush();
-    for (int number = 0; ::sigwait(&signals, &number) == 0 && number == SIGHUP;)
-        complain(load(options) ? "policy and lists are read again" : "what was read before goes on");
+    for (int number = 0; ::sigwait(&signals, &number) == 0 && number == SIGHUP;) loader->reload();
     output.line("served " + counted(service().messages, "message", "messages"));
     return Fine;
 }

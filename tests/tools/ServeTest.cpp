@@ -1,6 +1,7 @@
 // quillmark serve, ping and ipc, run for real over loopback.
 
 #include <csignal>
+#include <cstdlib>
 
 #include "tests/tools/Tool.h"
 
@@ -11,8 +12,9 @@ namespace {
 /// A daemon on a port of its own, which is there when the object is.
 class Daemon {
 public:
-    explicit Daemon(std::vector<std::string> more = {}, std::string const& lists = testLists())
-        : m_run(arguments(std::move(more), lists)) {
+    explicit Daemon(std::vector<std::string> more = {}, std::string const& lists = testLists(),
+                    Surroundings const& surroundings = {})
+        : m_run(arguments(std::move(more), lists), surroundings) {
         m_greeting = m_run.line();
         std::size_t const at = m_greeting.find("127.0.0.1:");
         if (at != std::string::npos) m_where = m_greeting.substr(at, m_greeting.find(' ', at) - at);
@@ -149,6 +151,21 @@ TEST(ServeCommand, ReadsPolicyAndListsAgainWhenTold) {
     EXPECT_EQ(daemon.run().error(), "quillmark: what was read before goes on");
     EXPECT_EQ(daemon.answer(52, "link 203.0.113.9"),
               "score 8\naction review\nreason ip-link 8 203.0.113.9\n");
+}
+
+TEST(ServeCommand, ReadsPolicyAndListsAgainWithinAMinuteOfTheirChange) {
+    TemporaryDirectory const place;
+    std::string const policy = place.write("policy", "rule ip-link 7\n");
+    char const* const options = std::getenv("ASAN_OPTIONS");
+    // The clock of the daemon stands three seconds before the full minute when it starts.
+    Surroundings late;
+    late.environment = {{"LD_PRELOAD", QUILLMARK_LATE_CLOCK},
+                        {"ASAN_OPTIONS", std::string(options ? options : "") + ":verify_asan_link_order=0"}};
+    Daemon daemon({"--policy", policy}, testLists(), late);
+    place.write("policy", "rule ip-link 18\n");
+    EXPECT_EQ(daemon.run().error(), "quillmark: policy and lists are read again");
+    EXPECT_EQ(daemon.answer(52, "link 203.0.113.9"),
+              "score 18\naction accept\nreason ip-link 18 203.0.113.9\n");
 }
 
 TEST(ServeCommand, RefusesAPolicyThatIsNone) {

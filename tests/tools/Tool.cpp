@@ -155,7 +155,7 @@ Ran quillmarkInterrupted(std::vector<std::string> const& arguments, std::string 
     return ran;
 }
 
-Running::Running(std::vector<std::string> const& arguments) {
+Running::Running(std::vector<std::string> const& arguments, Surroundings const& surroundings) {
     int const in = opened("/dev/null", O_RDONLY);
     std::array<int, 2> out{};
     std::array<int, 2> err{};
@@ -166,7 +166,7 @@ Running::Running(std::vector<std::string> const& arguments) {
         ::dup2(in, 0);
         ::dup2(out[1], 1);
         ::dup2(err[1], 2);
-        become(arguments, {}, m_place.path());
+        become(arguments, surroundings, m_place.path());
     }
     for (int const descriptor : {in, out[1], err[1]}) ::close(descriptor);
     m_out = out[0];

@@ -38,7 +38,7 @@ Ran quillmarkInterrupted(std::vector<std::string> const& arguments, std::string 
 /// A run that goes on beside the test.
 class Running {
 public:
-    explicit Running(std::vector<std::string> const& arguments);
+    explicit Running(std::vector<std::string> const& arguments, Surroundings const& surroundings = {});
     ~Running();  ///< ends it, if it has not ended
     Running(Running const&) = delete;
     Running& operator=(Running const&) = delete;
