@@ -6,9 +6,9 @@
 
 #include "include2/Resolver"
 #include "tests/net/DnsResponder.h"
-#include "tests/net/EventRecorder.h"
 #include "tests/net/ResolverHook.h"
 #include "tests/support/DomainLists.h"
+#include "tests/support/LogRecorder.h"
 #include "tests/support/Support.h"
 
 using namespace Quillmark;
@@ -80,7 +80,7 @@ TEST(DnsFromC, HandsOutEverySection) {
 
 TEST(DnsFromC, GivesNoArrayForNoEntries) {
     DnsResponder const server("::1", fullAnswer);
-    EventRecorder const events;
+    LogRecorder const events;
     EXPECT_EQ(taken(answerFromC(1, 1, "bare.example.com", "::1", server.port())),
               "queries 1\n"
               " bare.example.com type 1 class 1\n"
@@ -170,7 +170,7 @@ TEST(DnsFromC, LogsAServerWithoutAnAddressAndAsksOn) {
     for (auto const& [name, questions] :
          {std::pair{"none.example.com", "none.example.com 1 1\na.example.com 1 1\n"},
           {"localhost", "a.example.com 1 1\n"}}) {
-        EventRecorder const events;
+        LogRecorder const events;
         EXPECT_NE(taken(answerFromC(1, 1, "a.example.com", name, 1)).find("answers 3"), std::string::npos);
         EXPECT_EQ(server.asked(), questions);
         EXPECT_EQ(events.text(), "300006d quill_dns_query_create|"s + name + "\n");

@@ -4,9 +4,9 @@
 #include <set>
 
 #include "include2/Resolver"
-#include "tests/net/EventRecorder.h"
 #include "tests/net/WireMessage.h"
 #include "tests/support/DomainLists.h"
+#include "tests/support/LogRecorder.h"
 #include "tests/support/Support.h"
 
 using namespace Quillmark;
@@ -283,7 +283,7 @@ TEST(ResolverMessage, PrintsNothingForAHeaderAloneAndToNoStream) {
 }
 
 TEST(ResolverMessage, IsEmptyWithoutBytesAndLogsNothing) {
-    EventRecorder const events;
+    LogRecorder const events;
     ResolverMessage const message = parsed("");
     EXPECT_TRUE(message.isEmpty());
     EXPECT_EQ(message.resolve_error(), 0);
@@ -293,7 +293,7 @@ TEST(ResolverMessage, IsEmptyWithoutBytesAndLogsNothing) {
 }
 
 TEST(ResolverMessage, LogsAHeaderThatIsCutOnce) {
-    EventRecorder const events;
+    LogRecorder const events;
     std::string const bytes = header({1, 1, 1, 1}, 0xffff);
     ResolverMessage const message = parsed(bytes.substr(0, 11));
     EXPECT_FALSE(message.isEmpty());
@@ -344,7 +344,7 @@ TEST(ResolverMessage, IsNotParsedAgain) {
 }
 
 TEST(ResolverMessage, StopsASectionOfRecordsAtTheEndOfTheMessage) {
-    EventRecorder const events;
+    LogRecorder const events;
     ResolverMessage const message = parsed(header({0, 9, 9, 9}) + record(name("a.example"), 1, "\1\2\3\4") +
                                            record(pointer(12), 1, "\1\2\3\4"));
     EXPECT_EQ(message.answers().size(), 2U);
@@ -354,14 +354,14 @@ TEST(ResolverMessage, StopsASectionOfRecordsAtTheEndOfTheMessage) {
 }
 
 TEST(ResolverMessage, DoesNotStopQuestionsAtTheEndOfTheMessage) {
-    EventRecorder const events;
+    LogRecorder const events;
     ResolverMessage const message = parsed(header({2, 1}) + question(name("a.example"), 1));
     EXPECT_EQ(message.queries().size(), 1U);
     EXPECT_EQ(events.text(), logged(badName));
 }
 
 TEST(ResolverMessage, KeepsWhatStoodBeforeAFaultAndLogsTheFaultOnce) {
-    EventRecorder const events;
+    LogRecorder const events;
     ResolverMessage const message = parsed(header({0, 3, 1}) + record(name("a.example"), 1, "\1\2\3\4") +
                                            pointer(12) + u16(1) + u16(1) + u32(60) + u16(100) + "\1\2\3\4");
     EXPECT_EQ(message.answers().size(), 1U);
@@ -372,7 +372,7 @@ TEST(ResolverMessage, KeepsWhatStoodBeforeAFaultAndLogsTheFaultOnce) {
 
 // Kept for the daemons: the class is read unchecked.
 TEST(ResolverMessage, TakesAQuestionWithoutItsClass) {
-    EventRecorder const events;
+    LogRecorder const events;
     ResolverMessage const message = parsed(header({1, 1}) + name("a.example") + u16(16));
     ASSERT_EQ(message.queries().size(), 1U);
     EXPECT_EQ(message.queries().front().type, Resolver::TypeTXT);
@@ -446,7 +446,7 @@ TEST(ResolverMessage, RefusesDataThatIsTooShortForItsType) {
         {record(owner, 16, "\3ab"), corrupt("parseTxt")},
     };
     for (auto const& [wire, failure] : rows) {
-        EventRecorder const events;
+        LogRecorder const events;
         EXPECT_TRUE(parsed(header({0, 1}) + wire).answers().empty()) << failure;
         EXPECT_EQ(events.text(), logged(failure));
     }
@@ -469,7 +469,7 @@ TEST(ResolverMessage, GoesOnBehindWhatItRead) {
 }
 
 TEST(ResolverMessage, JoinsTheStringsOfATextRecord) {
-    EventRecorder const events;
+    LogRecorder const events;
     auto const text = [](std::string const& data) {
         ResolverMessage const message = parsed(header({0, 1}) + record(name("a.example"), 16, data));
         return message.answers().empty() ? "refused" : '"' + message.answers().front().value + '"';
@@ -486,14 +486,14 @@ TEST(ResolverMessage, JoinsTheStringsOfATextRecord) {
 }
 
 TEST(ResolverMessage, RefusesATextThatLeavesItsRecordForTheNext) {
-    EventRecorder const events;
+    LogRecorder const events;
     ResolverMessage const message = parsed(header({0, 2}) + record(name("a.example"), 16, "\4abc") +
                                            record(name("b.example"), 16, "\1d"));
     EXPECT_TRUE(message.answers().empty());
 }
 
 TEST(ResolverMessage, TakesANullExchangeUnlessItEndsTheMessage) {
-    EventRecorder const events;
+    LogRecorder const events;
     std::string const nullMx = record(name("a.example"), 15, u16(0) + name(""));
     EXPECT_EQ(parsed(header({0, 1}) + nullMx).answers().size(), 0U);
     EXPECT_EQ(parsed(header({0, 2}) + nullMx + record(name("b.example"), 1, "\1\2\3\4")).answers().size(),
@@ -697,7 +697,7 @@ TEST(ResolverMessage, EndsWhenItsNamesOutgrowEveryMeasure) {
     for (int i = 1; i < 100; ++i) bytes += record(pointer(start), 2, pointer(start));
     ASSERT_LE(bytes.size(), largest);
 
-    EventRecorder const events;
+    LogRecorder const events;
     ResolverMessage const hostile = parsed(bytes);
     ASSERT_EQ(hostile.answers().size(), 11U);
     EXPECT_EQ(hostile.answers().back().name.size(), 32 * 6400U - 1);
@@ -813,7 +813,7 @@ TEST(DnsName, ReadsAsAPlainReaderDoesHoweverManyPointToOthers) {
 }
 
 TEST(ResolverMessage, WithstandsMutations) {
-    EventRecorder const events;
+    LogRecorder const events;
     DomainLists const lists;
     std::string const seed =
         header({1, 8, 1, 2}) + question(name("www.example.com"), 255) + record(pointer(12), 1, "\1\2\3\4") +

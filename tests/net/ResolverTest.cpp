@@ -11,9 +11,9 @@
 #include <thread>
 
 #include "tests/net/DnsResponder.h"
-#include "tests/net/EventRecorder.h"
 #include "tests/net/ResolverHook.h"
 #include "tests/support/DomainLists.h"
+#include "tests/support/LogRecorder.h"
 #include "tests/support/Support.h"
 
 using namespace Quillmark;
@@ -213,7 +213,7 @@ TEST(Resolver, TakesAnswersOfEverySizeUpToItsOwn) {
             return answer(asked, std::vector<std::string>(records, record(pointer(12), 33, "\1")));
         });
         server.serveThisThread();
-        EventRecorder const events;
+        LogRecorder const events;
         ResolverMessage const message = Resolver::instance()->submit(1, 1, "a.example");
         // What is too large for a message breaks off.
         std::size_t const room = (8192 - 12 - 15) / 13;
@@ -227,7 +227,7 @@ TEST(Resolver, KeepsWhatACorruptAnswerBeginsWith) {
         return response(asked, {1, 3}, record(pointer(12), 1, address192) + pointer(12) + "\0"s);
     });
     server.serveThisThread();
-    EventRecorder const events;
+    LogRecorder const events;
     EXPECT_EQ(Resolver::instance()->submit(1, 1, "a.example").answers().size(), 1U);
     EXPECT_EQ(
         events.text(),

@@ -1,18 +1,17 @@
 #include "include2/TopLevelDomain"
 
 #include <atomic>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <thread>
 
 #include "include2/HostName"
-#include "include2/Logger"
 #include "tests/support/DomainLists.h"
+#include "tests/support/LogRecorder.h"
 #include "tests/support/Support.h"
 
 using namespace Quillmark;
 using QuillmarkTest::DomainLists;
+using QuillmarkTest::LogRecorder;
 using QuillmarkTest::TemporaryDirectory;
 
 using CountryCodes = DomainNameCountryCodeContainer;
@@ -21,57 +20,19 @@ using Internationalised = DomainNameInternationalDomainNameCodeContainer;
 
 namespace {
 
-/// As long as it lives, what is logged is a text, one event a line.
-class LogText {
-public:
-    LogText() { Recorder::install(*this); }
-    ~LogText() { Logger::instance(true); }
-    LogText(LogText const&) = delete;
-    LogText& operator=(LogText const&) = delete;
-
-    std::string text;
-
-private:
-    class Recorder : public Logger {
-    public:
-        static void install(LogText& log) {
-            Logger::instance(true);
-            m_instance = new Recorder(log);
-        }
-        using Logger::evt_log;
-        using Logger::evt_logv;
-        int evt_log(int level, evt_log_args_t const& args, char const* format, ...) override {
-            va_list list;
-            va_start(list, format);
-            int const result = evt_logv(level, args, format, list);
-            va_end(list);
-            return result;
-        }
-        int evt_logv(int, evt_log_args_t const&, char const* format, va_list list) override {
-            char line[200];
-            std::vsnprintf(line, sizeof line, format, list);
-            m_log.text += std::string(line) + "\n";
-            return 0;
-        }
-
-    private:
-        explicit Recorder(LogText& log) : m_log(log) {}
-        LogText& m_log;
-    };
-};
-
 /// Which of the names a file of this content lists, in order, with what was logged behind a "!".
 std::string listed(std::string_view content, std::vector<std::string> const& names) {
     TemporaryDirectory const directory;
-    LogText log;
+    LogRecorder const log;
     Generic const list(directory.write("list", content));
     std::string result;
     for (std::string const& name : names)
         if (list.find(name)) result += "[" + name + "]";
-    return log.text.empty() ? result : result + "!" + log.text;
+    return log.lines().empty() ? result : result + "!" + log.text();
 }
 
-char const* const genericMessage = "!DomainNameGenericCodeContainer: Could not open TopLevelDomain file\n";
+char const* const genericMessage =
+    "!300006d DomainNameGenericCodeContainer: Could not open TopLevelDomain file\n";
 
 std::string domainOf(char const* text) {
     return HostName(text, false, true).domain();
@@ -134,9 +95,9 @@ TEST(TopLevelDomain, StopsAtALongerLineAndKeepsWhatItHas) {
 }
 
 TEST(TopLevelDomain, DoesNotReadAnEndlessLine) {
-    LogText log;
+    LogRecorder const log;
     Generic const list("/dev/zero");
-    EXPECT_EQ("!" + log.text, genericMessage);
+    EXPECT_EQ("!" + log.text(), genericMessage);
     EXPECT_FALSE(list.find(""));
 }
 
@@ -144,9 +105,9 @@ TEST(TopLevelDomain, LogsADirectoryAndHasNoNames) {
     TemporaryDirectory const directory;
     directory.write("fallback", "com\n");
     ::quill_path_map("/etc/gtld", directory.file("fallback").c_str());
-    LogText log;
+    LogRecorder const log;
     Generic const list(directory.path());
-    EXPECT_EQ("!" + log.text, genericMessage);
+    EXPECT_EQ("!" + log.text(), genericMessage);
     EXPECT_FALSE(list.find("com"));
     ::quill_path_map("/etc/gtld", nullptr);
 }
@@ -192,12 +153,12 @@ void readsPrimaryThenFallback(char const* fallback, char const* message) {
     TemporaryDirectory const directory;
     ::quill_path_map(fallback, directory.file("fallback").c_str());
     {
-        LogText log;
+        LogRecorder const log;
         List const none(directory.file("primary"));
-        EXPECT_EQ(log.text, std::string(message) + "\n");
+        EXPECT_EQ(log.text(), "300006d " + std::string(message) + "\n");
         EXPECT_FALSE(none.find("com"));
     }
-    LogText log;
+    LogRecorder const log;
     directory.write("fallback", "second\n");
     List const second(directory.file("primary"));
     EXPECT_TRUE(second.find("second"));
@@ -207,7 +168,7 @@ void readsPrimaryThenFallback(char const* fallback, char const* message) {
     EXPECT_EQ(QuillmarkTest::openDescriptors(), open);
     EXPECT_TRUE(first.find("first"));
     EXPECT_FALSE(first.find("second"));
-    EXPECT_EQ(log.text, "");
+    EXPECT_EQ(log.text(), "");
     ::quill_path_map(fallback, nullptr);
 }
 

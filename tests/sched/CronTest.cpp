@@ -14,7 +14,7 @@
 
 #include "include2/QuillCron"
 #include "tests/sched/FakeClock.h"
-#include "tests/sched/LogRecorder.h"
+#include "tests/support/LogRecorder.h"
 #include "tests/support/Support.h"
 
 using namespace Quillmark;
@@ -114,7 +114,7 @@ int count(Crontab& crontab) {
 }
 
 std::string const manager = "void Quillmark::Cron::Crontab::taskManager()";
-std::string const foreign = "50331759 " + manager;
+std::string const foreign = "300006f " + manager;
 
 /// Everything that the tests of the manager need.
 class CronManager : public testing::Test {
@@ -409,7 +409,7 @@ TEST_F(CronManager, ForgetsAJobThatThrowsAndGoesOnInAMinute) {
     EXPECT_EQ(count(crontab), 1);
     EXPECT_TRUE(gone.trywait());
     EXPECT_EQ(log.lines(),
-              (std::vector<std::string>{"50331757 " + manager + "\x01Work( 2 ) , CronTest:7, ", foreign}));
+              (std::vector<std::string>{"300006d " + manager + "|Work( 2 ) , CronTest:7, ", foreign}));
 }
 
 TEST_F(CronManager, EndsWithAForeignExceptionOfAJob) {
@@ -439,10 +439,9 @@ TEST_F(CronManager, EndsOnlyItsThreadWithAForeignExceptionOfAJob) {
 TEST_F(CronManager, TriesAgainAtOnceWhenItCannotSleep) {
     refuseMktime = 2;
     runFor(1, crontab, clock);
-    std::string const failure =
-        "50331757 " + manager +
-        "\x01Period.wait( )( 4 ) , Cron:166,  \"Next period is before now. Sleep value "
-        "could be very large.  now=1767225630 m_next = -1\"";
+    std::string const failure = "300006d " + manager +
+                                "|Period.wait( )( 4 ) , Cron:166,  \"Next period is before now. Sleep value "
+                                "could be very large.  now=1767225630 m_next = -1\"";
     EXPECT_EQ(log.lines(), (std::vector<std::string>{failure, failure, foreign}));
     EXPECT_EQ(clock.now, minuteOne + 60);
 }

@@ -13,7 +13,6 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -25,16 +24,16 @@
 #include <thread>
 #include <vector>
 
-#include "include2/Logger"
 #include "include2/QuillIPC"
 #include "include2/quillmark.h"
+#include "tests/support/LogRecorder.h"
 #include "tests/support/Support.h"
 
 using namespace Quillmark;
 using namespace Quillmark::IPC;
 using namespace std::chrono_literals;
 using QuillmarkTest::failureOf;
-using QuillmarkTest::hex;
+using QuillmarkTest::LogRecorder;
 using QuillmarkTest::openDescriptors;
 using QuillmarkTest::slotOf;
 
@@ -142,58 +141,15 @@ struct Ends {
     SocketIPC server;
 };
 
-/// Keeps what is logged, from any thread.
-class Recorder : public Logger {
-public:
-    Recorder() {
-        Logger::instance(true);
-        m_instance = this;
-    }
-    ~Recorder() override { m_instance = nullptr; }
-    int evt_log(int level, evt_log_args_t const& args, char const* format, ...) override {
-        va_list list;
-        va_start(list, format);
-        int const result = Recorder::evt_logv(level, args, format, list);
-        va_end(list);
-        return result;
-    }
-    int evt_logv(int level, evt_log_args_t const& /*args*/, char const* format, va_list list) override {
-        char text[512];
-        std::vsnprintf(text, sizeof text, format, list);
-        std::lock_guard const lock(m_lock);
-        m_lines.push_back(std::to_string(level) + " " + text);
-        m_changed.notify_all();
-        if (m_failing) throw Exception("Recorder", 4, nullptr, 0);
-        return 0;
-    }
-    /// The lines as soon as there are @p count, and what there is when they do not come.
-    std::vector<std::string> lines(std::size_t count) {
-        std::unique_lock lock(m_lock);
-        m_changed.wait_for(lock, longEnough, [&] { return m_lines.size() >= count; });
-        return m_lines;
-    }
-    std::vector<std::string> lines() { return lines(0); }
-    void failing(bool failing) {
-        std::lock_guard const lock(m_lock);
-        m_failing = failing;
-    }
-
-private:
-    std::mutex m_lock;
-    std::condition_variable m_changed;
-    std::vector<std::string> m_lines;
-    bool m_failing = false;
-};
-
 std::string caught(std::string const& exception) {
-    return std::to_string(EventException) + " void Quillmark::IPC::Dispatcher::dispatcher()\x01" + exception;
+    return "300006d void Quillmark::IPC::Dispatcher::dispatcher()|" + exception;
 }
 
 std::string noHandler(unsigned int type) {
-    return std::to_string(EventNoHandler) + " " + std::to_string(type);
+    return "300006e " + std::to_string(type);
 }
 
-std::string const foreignException = std::to_string(EventUnknownException) + "  ";
+std::string const foreignException = "300006f  ";
 
 /// A place where threads wait until a test lets them go on.
 class Gate {
@@ -282,7 +238,7 @@ protected:
 
     static unsigned int s_port;
     static Dispatcher* s_dispatcher;
-    Recorder log;
+    LogRecorder log;
 };
 
 unsigned int Served::s_port = 0;
@@ -882,11 +838,10 @@ TEST_F(IpcDispatcher, LogsAForeignExceptionAndPauses) {
 
 TEST_F(IpcDispatcher, ALoggerThatFailsDoesNotEndIt) {
     s_dispatcher->add(handlerOf(69, false, [](SocketIPC&, Pdu const&) -> int { throw 1; }));
-    log.failing(true);
+    log.afterwards([] { throw Exception("LogRecorder", 4, nullptr, 0); });
     EXPECT_EQ(answerTo(s_port, Pdu(4712, 8)), "result 0");
     EXPECT_EQ(answerTo(s_port, Pdu(69, 8)), "result 0");
     EXPECT_EQ(log.lines(2).size(), 2U);
-    log.failing(false);
 }
 
 TEST_F(IpcDispatcher, PausesWhenItCannotAccept) {
@@ -1075,7 +1030,7 @@ namespace {
 
 /// A dispatcher of a new process, whose port somebody has. The number of the first thing that is wrong.
 int dispatcherThatMustWait() {
-    Recorder& log = *new Recorder;  // the dispatcher goes on to the end
+    LogRecorder const& log = *new LogRecorder;  // the dispatcher goes on to the end
     SocketIPC occupant;
     occupant.listen(SocketAddress(IPAddress("127.0.0.1"), 0));
     SocketAddress const address = occupant.socket().localAddr();
@@ -1107,7 +1062,7 @@ TEST(IpcDispatcherDeathTest, TriesAgainEverySecondWhenItCannotListen) {
 namespace {
 
 std::string logged(std::string const& function, std::string const& exception) {
-    return std::to_string(EventException) + " " + function + "\x01" + exception;
+    return "300006d " + function + "|" + exception;
 }
 
 std::string const connectText = "ipc_connection* ipc_connect(const sockaddr*)";
@@ -1144,7 +1099,7 @@ struct EndsFromC {
 }  // namespace
 
 TEST(IpcFromC, AsksAndReads) {
-    Recorder log;
+    LogRecorder log;
     EndsFromC ends;
     ASSERT_NE(ends.client, nullptr);
     EXPECT_EQ(ipcWriteFromC(ends.client, 5, "abc", 3), 11);
@@ -1161,7 +1116,7 @@ TEST(IpcFromC, AsksAndReads) {
 }
 
 TEST(IpcFromC, NullsGiveZero) {
-    Recorder log;
+    LogRecorder log;
     EndsFromC ends;
     EXPECT_EQ(ipcNullsFromC(ends.client), 1);
     EXPECT_TRUE(log.lines().empty());
@@ -1182,7 +1137,7 @@ TEST(IpcFromC, ConnectWithoutAnAddressGoesToTheDefaultPort) {
 }
 
 TEST(IpcFromC, AFailedConnectIsNullLoggedAndLeavesNoDescriptor) {
-    Recorder log;
+    LogRecorder log;
     std::size_t const before = openDescriptors();
     EXPECT_EQ(ipcConnectFromC(freePort()), nullptr);
     sockaddr_in6 v6{};
@@ -1200,7 +1155,7 @@ TEST(IpcFromC, AFailedConnectIsNullLoggedAndLeavesNoDescriptor) {
 }
 
 TEST(IpcFromC, FailuresOfTheSystemAreMinusOneAndLogged) {
-    Recorder log;
+    LogRecorder log;
     EndsFromC ends;
     ends.server.socket().linger(0);
     ends.server = SocketIPC();  // a reset
@@ -1213,7 +1168,7 @@ TEST(IpcFromC, FailuresOfTheSystemAreMinusOneAndLogged) {
 }
 
 TEST(IpcFromC, ALengthThatWrapsIsRefused) {
-    Recorder log;
+    LogRecorder log;
     EndsFromC ends;
     EXPECT_EQ(ipcLengthThatWrapsFromC(ends.client, 0), -1);
     EXPECT_EQ(ipcLengthThatWrapsFromC(ends.client, 1), -1);
@@ -1224,7 +1179,7 @@ TEST(IpcFromC, ALengthThatWrapsIsRefused) {
 }
 
 TEST(IpcFromC, AnExpiredTimeoutIsMinusOneWithoutALine) {
-    Recorder log;
+    LogRecorder log;
     EndsFromC ends;
     reinterpret_cast<SocketIPC*>(ends.client)->socket().timeout(0);
     EXPECT_EQ(ends.read(5), "-1 0 5 ");

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/sched/LogRecorder.h"
+#include "tests/support/LogRecorder.h"
 #include "tests/support/Support.h"
 
 using namespace Quillmark;
@@ -326,7 +326,7 @@ TEST(TaskMaster, LogsASecondTaskOfATypeAndDoesNotRunIt) {
     pool.run(second);
     EXPECT_FALSE(ran);
     EXPECT_EQ(second->started(), 0);
-    EXPECT_EQ(log.lines(), std::vector<std::string>{"50331761 4000000000"});
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"3000071 4000000000"});
     EXPECT_TRUE(isFree(pool.lock()));
     pool.run(batch(5, [](Batch&, uint_t) {}));  // another type is not in its way
     pool.workOne();
@@ -375,7 +375,7 @@ TEST(TaskMaster, KeptForTheDaemonsLetsEveryTaskThroughAfterAnUnnoticedOne) {
     pool.run(batch(2, unfinished));
     pool.run(batch(2, unfinished));
     EXPECT_EQ(ran, 4);
-    EXPECT_EQ(log.lines(), std::vector<std::string>{"50331761 2"});
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"3000071 2"});
 }
 
 TEST(TaskMaster, IsLockedUntilTheFirstElementWasAdded) {
@@ -442,7 +442,7 @@ TEST(TaskMaster, StaysConsistentWhenATaskAsksThePoolWhetherItIsFinished) {
     Work const task(asking, false);
     pool.run(task);
     pool.run(batch(1, [](Batch&, uint_t) {}));
-    EXPECT_EQ(log.lines(), std::vector<std::string>{"50331761 1"});
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"3000071 1"});
     EXPECT_TRUE(isFree(pool.lock()));
     pool.workOne();
     EXPECT_EQ(pool.lastRun(typeOf(1)), task->started());
@@ -522,8 +522,7 @@ TEST(TaskWorker, LogsTheExceptionsOfElementsAndGoesOn) {
     ASSERT_EQ(workers.size(), 2U);
     EXPECT_EQ(workers[0], workers[1]);
     EXPECT_NE(pool.lastRun(typeOf(1)), 0);
-    EXPECT_EQ(log.lines(),
-              std::vector<std::string>{"50331757 " + doThread + "\x01Piece( 2 ) , TaskTest:1, "});
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"300006d " + doThread + "|Piece( 2 ) , TaskTest:1, "});
 }
 
 TEST(TaskWorker, IsReplacedWhenAForeignExceptionEndsIt) {
@@ -541,12 +540,12 @@ TEST(TaskWorker, IsReplacedWhenAForeignExceptionEndsIt) {
     std::set<int> seen;
     for (int i = 1; i <= 20; ++i) {
         runToTheEnd(pool, 1, {fail});
-        log.wait();
+        log.lines(static_cast<std::size_t>(i));
         runToTheEnd(pool, 1, {[&seen, i] { seen.insert(i); }});
     }
     EXPECT_EQ(seen.size(), 20U);
     ended -= 20;  // as many threads are no more
-    EXPECT_EQ(log.lines(), std::vector<std::string>(20, "50331759 " + doThread));
+    EXPECT_EQ(log.lines(), std::vector<std::string>(20, "300006f " + doThread));
 }
 
 TEST(TaskWorker, IsReplacedWhenAnElementEndsTheThread) {
@@ -594,12 +593,10 @@ TEST(TaskWorker, SurvivesATaskThatThrowsWhenAsked) {
     Work const task(asking, false);
     pool.run(task);
     created += 3;
-    log.wait(2);
+    log.lines(2);
     runToTheEnd(pool, 2, {});  // the third element is done when this is
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{"50331757 " + doThread +
-                                                         "\x01"
-                                                         "Batch( 2 ) ",
-                                                     "50331759 " + doThread}));
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{"300006d " + doThread + "|Batch( 2 ) ", "300006f " + doThread}));
     EXPECT_EQ(pool.lastRun(typeOf(1)), task->started());
 }
 
@@ -607,17 +604,17 @@ TEST(TaskWorker, LogsWithoutEndWhenItsQueueDoesNotExist) {
     LogRecorder log;
     Pool pool(0);
     int lines = 0;
-    log.afterwards = [&lines] {
+    log.afterwards([&lines] {
         if (++lines == 3) ::pthread_exit(nullptr);
-    };
+    });
     struct Worker : Thread {
         explicit Worker(Pool& served) : pool(served) {}
         void run() override { pool.do_thread(9); }
         Pool& pool;
     } worker(pool);
     EXPECT_EQ(worker.start().join(), 0);
-    EXPECT_EQ(log.lines(), std::vector<std::string>(3, "50331757 " + doThread +
-                                                           "\x01Task::TaskMaster::pop( 4 ) , Task:207,  "
+    EXPECT_EQ(log.lines(), std::vector<std::string>(3, "300006d " + doThread +
+                                                           "|Task::TaskMaster::pop( 4 ) , Task:207,  "
                                                            "\"Could not find the defined task queue.\""));
 }
 
@@ -628,7 +625,7 @@ TEST(TaskWorker, LogsWhenItIsStartedWithoutItsRecord) {
     ASSERT_EQ(::pthread_create(&thread, nullptr, &TaskMaster::drone, nullptr), 0);
     ASSERT_EQ(::pthread_join(thread, &result), 0);
     EXPECT_EQ(result, nullptr);
-    EXPECT_EQ(log.lines(), std::vector<std::string>{"50331978  "});
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"300014a  "});
 }
 
 TEST(TaskPool, IsOneForTheProcess) {

@@ -25,12 +25,13 @@
 #include <type_traits>
 #include <vector>
 
-#include "include2/Logger"
+#include "tests/support/LogRecorder.h"
 #include "tests/support/Support.h"
 
 using namespace Quillmark;
 using boost::posix_time::ptime;
 using QuillmarkTest::failureOf;
+using QuillmarkTest::LogRecorder;
 using QuillmarkTest::slotOf;
 
 namespace {
@@ -149,33 +150,6 @@ ptime day(int year) {
     return ptime(boost::gregorian::date(static_cast<unsigned short>(year), 6, 1));
 }
 
-/// Keeps what is logged.
-class Recorder : public Logger {
-public:
-    Recorder() {
-        Logger::instance(true);
-        m_instance = this;
-    }
-    ~Recorder() override { m_instance = nullptr; }
-    int evt_log(int level, evt_log_args_t const& args, char const* format, ...) override {
-        va_list list;
-        va_start(list, format);
-        int const result = Recorder::evt_logv(level, args, format, list);
-        va_end(list);
-        return result;
-    }
-    int evt_logv(int level, evt_log_args_t const& /*args*/, char const* format, va_list list) override {
-        char text[512];
-        std::vsnprintf(text, sizeof text, format, list);
-        seen.push_back(std::to_string(level) + " " + text);
-        if (failing) throw Exception("Recorder", 4, nullptr, 0);
-        return 0;
-    }
-
-    std::vector<std::string> seen;
-    bool failing = false;
-};
-
 }  // namespace
 
 TEST(Thread, RunsItsOwnWork) {
@@ -260,23 +234,23 @@ TEST(Thread, RefusesToRunWhatNobodyWrote) {
 }
 
 TEST(Thread, LogsAnExceptionThatLeavesItAndEndsAlone) {
-    Recorder log;
+    LogRecorder log;
     Thread thread;
     EXPECT_EQ(thread.start().join(), 0);
-    EXPECT_EQ(log.seen, std::vector<std::string>{"50331757 void* Quillmark::Thread::starter(void*)\x01"
-                                                 "Thread::run( 2 ) , Thread:58, "});
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"300006d void* Quillmark::Thread::starter(void*)|"
+                                                    "Thread::run( 2 ) , Thread:58, "});
 }
 
 TEST(Thread, EndsAloneAlsoWhenTheLogFails) {
-    Recorder log;
-    log.failing = true;
+    LogRecorder log;
+    log.afterwards([] { throw Exception("Recorder", 4, nullptr, 0); });
     Thread thread;
     EXPECT_EQ(thread.start().join(), 0);
-    EXPECT_EQ(log.seen.size(), 1U);
+    EXPECT_EQ(log.lines().size(), 1U);
 }
 
 TEST(Thread, LetsCancellationPass) {
-    Recorder log;
+    LogRecorder log;
     Semaphore never(0);
     Semaphore running(0);
     std::atomic<bool> unwound{false};
@@ -296,7 +270,7 @@ TEST(Thread, LetsCancellationPass) {
     ASSERT_EQ(::pthread_join(thread.tid(), &result), 0);
     EXPECT_EQ(result, PTHREAD_CANCELED);
     EXPECT_TRUE(unwound);
-    EXPECT_TRUE(log.seen.empty());
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(Thread, MayLetGoOfItselfWhileItIsBeingStarted) {
