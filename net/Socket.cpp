@@ -93,7 +93,8 @@ void SocketImpl::SocketPoll::s_poll(pollfd& poll, int timeout) {
         failure.stringParameter(errnoText(error));
         throw failure;
     }
-    if (result > 1) fail("SocketImpl::SocketPoll::s_poll", Refused, here, "Unhandled return value");
+    if (result != 0 && result != 1)
+        fail("SocketImpl::SocketPoll::s_poll", Refused, here, "Unhandled return value");
 }
 
 SocketImpl::SocketImpl(int type, bool synchronised, bool create, int domain)
@@ -366,7 +367,8 @@ ssize_t Socket::receive(unsigned char* bytes, unsigned int count, Clock::time_po
 }
 
 ssize_t Socket::receive(Buffer& buffer) {
-    ssize_t const count = value().receive(buffer.data(), buffer.size());
+    unsigned char* const bytes = buffer.data();  // first: a protected buffer gets bytes of its own here
+    ssize_t const count = value().receive(bytes, buffer.size());
     buffer.length(static_cast<unsigned int>(std::max<ssize_t>(count, 0)));
     return count;
 }
@@ -377,7 +379,8 @@ ssize_t Socket::readline(unsigned char* bytes, unsigned int max) {
 
 ssize_t Socket::readline(Buffer& buffer) {
     unsigned int stored = 0;
-    ssize_t const count = value().readline(buffer.data(), buffer.size(), stored);
+    unsigned char* const bytes = buffer.data();  // first, as in receive()
+    ssize_t const count = value().readline(bytes, buffer.size(), stored);
     buffer.length(stored);
     return count;
 }

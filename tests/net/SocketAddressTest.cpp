@@ -16,6 +16,7 @@
 using namespace Quillmark;
 using QuillmarkTest::failureOf;
 using QuillmarkTest::hex;
+using QuillmarkTest::slotOf;
 
 namespace {
 
@@ -54,6 +55,12 @@ TEST(SocketAddress, IsNullUntilItHasAValue) {
     EXPECT_EQ(failureOf([&] { (void)static_cast<sockaddr*>(address); }), nullFailure);
     EXPECT_EQ(failureOf([&] { (void)address.asUNIX(); }), nullFailure + " \"Not a UNIX address\"");
     EXPECT_EQ(failureOf([&] { (void)address.asINET(); }), nullFailure + " \"Not an INET address\"");
+}
+
+TEST(SocketAddress, HasItsVirtualOperationsInTheirPlaces) {
+    EXPECT_EQ(slotOf(&_SocketAddress::size), 2U);
+    EXPECT_EQ(slotOf(&_SocketAddress::operator sockaddr*), 3U);
+    EXPECT_TRUE((std::is_base_of_v<RefImpl, _SocketAddress>));
 }
 
 TEST(SocketAddress, OfAnIPv4AddressIsASockaddrIn) {
