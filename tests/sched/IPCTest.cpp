@@ -7,7 +7,7 @@
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <future>
 #include <mutex>
 #include <random>
 #include <stdexcept>
@@ -42,6 +43,7 @@ ipc_connection* ipcConnectFromC(unsigned int port);
 int ipcWriteFromC(ipc_connection* connection, unsigned int type, char const* payload, unsigned int length);
 int ipcReadFromC(ipc_connection* connection, unsigned int room, unsigned int* type, unsigned int* length,
                  char* payload);
+int ipcPingFromC(unsigned int port, char const* payload, unsigned int length, char* answer);
 int ipcNullsFromC(ipc_connection* connection);
 int ipcLengthThatWrapsFromC(ipc_connection* connection, int reading);
 }
@@ -49,10 +51,20 @@ int ipcLengthThatWrapsFromC(ipc_connection* connection, int reading);
 namespace {
 
 std::atomic<unsigned int> defaultPortLeadsTo{0};
+thread_local int sendCalls = 0;
 
 }  // namespace
 
-// Stands in the place of the C library's for this whole program: the default port may be somebody's.
+// These stand in the place of the C library's for this whole program: the default port may be somebody's, and
+// a message that goes out in two pieces looks the same from the other end.
+extern "C" __attribute__((visibility("default"))) ssize_t send(int fd, void const* bytes, std::size_t count,
+                                                               int flags) {
+    static auto* const system =
+        reinterpret_cast<ssize_t (*)(int, void const*, std::size_t, int)>(::dlsym(RTLD_NEXT, "send"));
+    ++sendCalls;
+    return system(fd, bytes, count, flags);
+}
+
 extern "C" __attribute__((visibility("default"))) int connect(int fd, sockaddr const* address,
                                                               socklen_t length) {
     static auto* const system =
@@ -421,6 +433,14 @@ TEST(SocketIPC, ConnectsWithItsTimesAndWithoutDelay) {
     }
 }
 
+TEST(SocketIPC, SendsAMessageInOnePiece) {
+    Ends ends;
+    sendCalls = 0;
+    ends.client << Pdu(5, bufferOf("header and payload"));
+    EXPECT_EQ(sendCalls, 1);
+    EXPECT_EQ(answerOf(ends.server), messageBytes(5, "header and payload"));
+}
+
 TEST(SocketIPC, ListensOnTheLoopback) {
     SocketIPC listener;
     int const port = static_cast<int>(freePort());
@@ -694,6 +714,29 @@ TEST_F(IpcDispatcher, LogsARequestThatNobodyHandles) {
     EXPECT_TRUE(s_dispatcher->find(4711).isNull());
 }
 
+TEST_F(IpcDispatcher, ClosesARequestThatNobodyHandlesWithoutAReset) {
+    SocketIPC connection;
+    connection.connect(static_cast<int>(s_port));
+    connection.socket() << messageBytes(4711, "abc") + std::string(1000, 'x');
+    EXPECT_EQ(answerOf(connection), "result 0");
+    EXPECT_EQ(log.lines(1), std::vector<std::string>{noHandler(4711)});
+}
+
+TEST_F(IpcDispatcher, GivesARequestThirtySeconds) {
+    int timeout = 0;
+    ::linger linger{};
+    s_dispatcher->add(handlerOf(71, false, [&](SocketIPC& connection, Pdu const& pdu) {
+        timeout = connection.socket().timeout();
+        connection.socket().getOption(SO_LINGER, &linger, sizeof linger, SOL_SOCKET);
+        connection << pdu;
+        return 0;
+    }));
+    EXPECT_EQ(answerTo(s_port, Pdu(71, 8)), messageBytes(71, ""));
+    EXPECT_EQ(timeout, 30'000);
+    EXPECT_NE(linger.l_onoff, 0);
+    EXPECT_EQ(linger.l_linger, 30);
+}
+
 TEST_F(IpcDispatcher, TakesHalfARequestForNone) {
     std::atomic<int> calls{0};
     for (unsigned int const type : {0U, 60U})
@@ -801,6 +844,36 @@ TEST_F(IpcDispatcher, AddWaitsForAnInlineHandlerAndFindDoesNot) {
     gate.open();
     adder.join();
     EXPECT_EQ(answerOf(connection), messageBytes(65, ""));
+}
+
+TEST_F(IpcDispatcher, AddWaitsForARequestThatIsBeingRead) {
+    SocketIPC slow;
+    slow.connect(static_cast<int>(s_port));
+    slow.socket() << messageBytes(1, "abc").substr(0, 9);
+    // As soon as the dispatcher has taken the connection.
+    std::future<void> added;
+    auto const add = [] { s_dispatcher->add(Handler(new HandlerPing)); };
+    bool waits = false;
+    for (int i = 0; !waits && i < 50; ++i) {
+        added = std::async(std::launch::async, add);
+        waits = added.wait_for(100ms) == std::future_status::timeout;
+    }
+    EXPECT_TRUE(waits);
+    slow.socket() << std::string("bc");
+    added.get();
+    EXPECT_EQ(answerOf(slow), messageBytes(1, "abc"));
+}
+
+TEST_F(IpcDispatcher, HandlersAreFoundWhileOthersAreAdded) {
+    std::atomic<bool> enough{false};
+    std::thread finder([&] {
+        while (!enough) EXPECT_TRUE(Dispatcher::s_ready && !s_dispatcher->find(1).isNull());
+    });
+    for (unsigned int type = 1000; type < 1200; ++type)
+        s_dispatcher->add(handlerOf(type, false, [](SocketIPC&, Pdu const&) { return 0; }));
+    enough = true;
+    finder.join();
+    EXPECT_EQ(s_dispatcher->find(1199).type(), 1199U);
 }
 
 TEST_F(IpcDispatcher, AnInlineHandlerMayAddAnother) {
@@ -1145,12 +1218,17 @@ TEST(IpcFromC, AFailedConnectIsNullLoggedAndLeavesNoDescriptor) {
     EXPECT_EQ(ipc_connect(reinterpret_cast<sockaddr*>(&v6)), nullptr);
     sockaddr const none{};
     EXPECT_EQ(ipc_connect(&none), nullptr);
+    sockaddr_un local{};
+    local.sun_family = AF_UNIX;
+    std::strcpy(local.sun_path, "/nowhere");
+    EXPECT_EQ(ipc_connect(reinterpret_cast<sockaddr*>(&local)), nullptr);
     EXPECT_EQ(log.lines(),
               (std::vector<std::string>{
                   logged(connectText, "SocketException( 111 ) , Socket \"Connection refused\""),
                   logged(connectText,
                          "SocketException( 97 ) , Socket \"Address family not supported by protocol\""),
-                  logged(connectText, "IPAddress( 1 ) , IPAddress")}));
+                  logged(connectText, "IPAddress( 1 ) , IPAddress"),
+                  logged(connectText, "SocketException( 22 ) , Socket \"Invalid argument\"")}));
     EXPECT_EQ(openDescriptors(), before);
 }
 
@@ -1203,13 +1281,10 @@ TEST(IpcFromC, ReadsAnswersInPieces) {
 }
 
 TEST_F(IpcDispatcher, AnswersACCaller) {
-    ipc_connection* const connection = ipcConnectFromC(s_port);
-    ASSERT_NE(connection, nullptr);
-    EXPECT_EQ(ipcWriteFromC(connection, 1, "abc", 3), 11);
-    unsigned int type = 0;
-    unsigned int length = 0;
-    char payload[3];
-    EXPECT_EQ(ipcReadFromC(connection, 3, &type, &length, payload), 11);
-    EXPECT_EQ(messageBytes(type, std::string(payload, length)), messageBytes(1, "abc"));
-    ipc_close(connection);
+    std::size_t const before = openDescriptors();
+    char answer[3];
+    EXPECT_EQ(ipcPingFromC(s_port, "abc", 3, answer), 11);
+    EXPECT_EQ(std::string(answer, 3), "abc");
+    EXPECT_EQ(answerTo(s_port, Pdu(1, 8)), messageBytes(1, ""));  // the first connection is closed
+    EXPECT_EQ(openDescriptors(), before);
 }

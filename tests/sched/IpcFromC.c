@@ -12,6 +12,7 @@ ipc_connection* ipcConnectFromC(unsigned int port);
 int ipcWriteFromC(ipc_connection* connection, unsigned int type, char const* payload, unsigned int length);
 int ipcReadFromC(ipc_connection* connection, unsigned int room, unsigned int* type, unsigned int* length,
                  char* payload);
+int ipcPingFromC(unsigned int port, char const* payload, unsigned int length, char* answer);
 int ipcNullsFromC(ipc_connection* connection);
 int ipcLengthThatWrapsFromC(ipc_connection* connection, int reading);
 
@@ -47,6 +48,18 @@ int ipcReadFromC(ipc_connection* connection, unsigned int room, unsigned int* ty
     if (result > 8) memcpy(payload, pdu + 1, (size_t)result - 8);
     free(pdu);
     return result;
+}
+
+/* All that a caller does: connects, asks, reads the answer, closes. The result of the reading. */
+int ipcPingFromC(unsigned int port, char const* payload, unsigned int length, char* answer) {
+    unsigned int type = 0;
+    unsigned int answered = 0;
+    ipc_connection* const connection = ipcConnectFromC(port);
+    if (!connection) return -3;
+    int const written = ipcWriteFromC(connection, 1, payload, length);
+    int const result = ipcReadFromC(connection, length, &type, &answered, answer);
+    ipc_close(connection);
+    return written == result && type == 1 && answered == length ? result : -4;
 }
 
 int ipcNullsFromC(ipc_connection* connection) {
