@@ -5,6 +5,26 @@ packages() {
     sed -n "s/^$1 //p" packages.txt
 }
 
+# Installs its arguments, as root. Tests start the servers that they need themselves: what comes along as a service
+# of the machine is not started now (policy-rc.d is where Debian asks whether to) nor with the next boot.
+install_without_services='
+    set -e
+    services() { ls /etc/init.d 2>/dev/null || true; }
+    policy=/usr/sbin/policy-rc.d
+    if [ ! -e "$policy" ]; then
+        trap "rm -f $policy" EXIT
+        trap "exit 1" HUP INT TERM
+        printf "#!/bin/sh\nexit 101\n" >"$policy"
+        chmod +x "$policy"
+    fi
+    before=" $(services | tr "\n" " ")"
+    apt-get update -q
+    DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "$@"
+    for service in $(services); do
+        case "$before" in *" $service "*) ;; *) update-rc.d "$service" disable ;; esac
+    done
+'
+
 # Installs those of the named packages that are not there yet. Asks nobody when nothing is missing.
 install_missing() {
     local missing=() package
@@ -20,8 +40,7 @@ install_missing() {
     fi
     local log
     log=$(mktemp)
-    if ! { "${as_root[@]}" apt-get update -q &&
-           "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+    if ! "${as_root[@]}" sh -c "$install_without_services" install "${missing[@]}" >"$log" 2>&1; then
         cat "$log" >&2
         rm -f "$log"
         exit 1
