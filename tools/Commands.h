@@ -23,8 +23,13 @@ struct ScanOptions {
     unsigned int memory = 1U << 20;  ///< bytes of a body kept in memory before it goes to a swap file
     std::string verdict;             ///< "host:port" of the daemon that judges; empty: judge here
     std::string policy;              ///< the file to judge by; empty: the built-in policy
-    bool strict = false;             ///< take only links with a scheme, "www." or "@"
+    std::string filesFrom;           ///< a file that lists more paths; "-" is standard input, empty none
+    bool nul = false;                ///< the paths in it end in NUL, not in a line end
+    std::string shard;               ///< "K/N": scan only what belongs to the K-th of N heaps; empty: all
+    unsigned int jobs = 0;  ///< how many batches may be scanned at once; 0: as many as the pool takes
+    bool strict = false;    ///< take only links with a scheme, "www." or "@"
     bool json = false;
+    bool progress = false;  ///< show how far it is, even on the terminal that the report goes to
     Colour colour = Colour::Auto;
 };
 int scan(ScanOptions const& options, Output& output);

@@ -124,12 +124,23 @@ void CommandLine::addScan() {
         command("scan", "Report on messages: .eml files, mboxes, Maildirs, directories, standard input",
                 "  quillmark scan message.eml archive.mbox\n"
                 "  quillmark scan --json ~/Maildir | jq .links\n"
+                "  find /srv/mail -type f -print0 | quillmark scan -0 --files-from -\n"
                 "  quillmark scan < message.eml",
                 [this](Output& output) { return scan(m_scan, output); });
     added
         ->add_option("PATH", m_scan.paths,
                      "files, mboxes, Maildirs and directories; \"-\", or none: standard input")
         ->option_text("...");
+    CLI::Option* const list = added->add_option(
+        "--files-from", m_scan.filesFrom, "also scan the paths in FILE, one a line; \"-\": standard input");
+    list->option_text("FILE");
+    added->add_flag("-0,--null", m_scan.nul, "the paths in FILE end in NUL, as find -print0 writes them")
+        ->needs(list);
+    added->add_option("--shard", m_scan.shard, "scan only the K-th of N equal parts of all paths")
+        ->option_text("K/N");
+    added->add_option("--jobs", m_scan.jobs, "scan at most N batches at once; 1 keeps to one core")
+        ->check(CLI::PositiveNumber.description(""))
+        ->option_text("N");
     ::addLists(added, m_scan.lists);
     added
         ->add_option("--memory", m_scan.memory,
@@ -146,6 +157,7 @@ void CommandLine::addScan() {
         ->excludes(verdict);
     added->add_flag("--strict", m_scan.strict, "take only what has a scheme, \"www.\" or \"@\" for a link");
     added->add_flag("--json", m_scan.json, "print one JSON object a line for each message");
+    added->add_flag("--progress", m_scan.progress, "show progress on the terminal of the report, too");
     addColour(added, m_scan.colour);
 }
 

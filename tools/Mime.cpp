@@ -1,6 +1,8 @@
 #include "tools/Mime.h"
 
 #include <gmime/gmime.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -96,6 +98,29 @@ std::string numbered(std::string const& above, int number) {
     std::string text = above.empty() ? std::to_string(number) : above + "." + std::to_string(number);
     if (text.size() > 64) text = "..." + text.substr(text.find('.', text.size() - 32));
     return text;
+}
+
+/// The file in memory, and its descriptor closed; null for one that has more bytes than that, or that does
+/// not say how many.
+GMimeStream* readAtOnce(int descriptor, std::size_t memory) {
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0 || status.st_size <= 0) return nullptr;
+    auto const size = static_cast<std::size_t>(status.st_size);
+    if (size > memory) return nullptr;
+    GByteArray* const bytes = g_byte_array_sized_new(static_cast<guint>(size));
+    g_byte_array_set_size(bytes, static_cast<guint>(size));
+    ssize_t count = 0;
+    do {
+        count = ::pread(descriptor, bytes->data, size, 0);
+    } while (count < 0 && errno == EINTR);
+    if (count != status.st_size) {  // it changes, or it cannot be read: as it comes, then
+        g_byte_array_free(bytes, TRUE);
+        return nullptr;
+    }
+    ::close(descriptor);
+    GMimeStream* const stream = g_mime_stream_mem_new_with_byte_array(bytes);
+    g_mime_stream_mem_set_owner(GMIME_STREAM_MEM(stream), TRUE);
+    return stream;
 }
 
 }  // namespace
@@ -274,9 +299,10 @@ std::unique_ptr<Message::State> Reader::State::pastTheParser() {
     return piece;
 }
 
-Reader::Reader(int descriptor) {
+Reader::Reader(int descriptor, std::size_t memory) {
     ready();
-    m_state = std::make_unique<State>(g_mime_stream_fs_new(descriptor));
+    GMimeStream* const whole = readAtOnce(descriptor, memory);
+    m_state = std::make_unique<State>(whole != nullptr ? whole : g_mime_stream_fs_new(descriptor));
 }
 
 Reader::Reader(std::string_view bytes) {

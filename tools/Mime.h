@@ -71,8 +71,9 @@ struct Unreadable {
 /// Reads messages from one file, an mbox when it begins with "From ", else a single message.
 class Reader {
 public:
-    /// Reads the file behind a descriptor, which the reader closes. Throws Unreadable.
-    explicit Reader(int descriptor);
+    /// Reads the file behind a descriptor, which the reader closes: at once when it has at most @p memory
+    /// bytes, else as it needs them. Throws Unreadable.
+    Reader(int descriptor, std::size_t memory);
     /// Reads from memory; the bytes are copied.
     explicit Reader(std::string_view bytes);
     ~Reader();

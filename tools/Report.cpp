@@ -129,6 +129,13 @@ void Totals::add(MessageReport const& report) {
     }
 }
 
+void Totals::add(Totals const& more) {
+    for (std::size_t Totals::*const count :
+         {&Totals::messages, &Totals::bad, &Totals::parts, &Totals::links, &Totals::ipLiterals,
+          &Totals::privates, &Totals::withoutDomain, &Totals::review, &Totals::reject, &Totals::skipped})
+        this->*count += more.*count;
+}
+
 std::string remarksOn(LinkReport const& link) {
     if (link.isPrivate) return "private IP address";
     if (link.ipLiteral) return "IP address";

@@ -24,6 +24,7 @@ struct Totals {
     std::size_t skipped = 0;  ///< files below a directory that are no mail
 
     void add(MessageReport const& report);
+    void add(Totals const& more);  ///< the numbers
 };
 
 /// One message, from its title to the empty line behind it.

@@ -1,4 +1,7 @@
 // quillmark scan: goes through files, mailboxes and directories and reports on every message.
+//
+// The thread that runs the command finds the sources and makes batches of them, each an element of one task of
+// the library's pool. The workers turn batches into text, which leaves in the order of the batches.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -6,6 +9,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -15,30 +19,36 @@
 #include "include2/BufferMedia"
 #include "include2/Exception"
 #include "include2/FileMedia"
+#include "include2/QuillTask"
+#include "include2/QuillThread"
 #include "include2/UriSniffer"
 #include "tools/Arbiter.h"
 #include "tools/Commands.h"
 #include "tools/DomainLists.h"
 #include "tools/Examine.h"
+#include "tools/InOrder.h"
 #include "tools/Json.h"
 #include "tools/Mime.h"
+#include "tools/Progress.h"
 #include "tools/Report.h"
 #include "tools/Sources.h"
+#include "tools/Stop.h"
 
 namespace QuillmarkTool {
+using namespace Quillmark;
 namespace {
 
-std::sig_atomic_t volatile stopped = 0;
-
-/// The first Ctrl-C ends the scan behind the message in hand, so that no swap file is left behind. The
-/// second one ends the process.
-void stopWhenAsked() {
-    struct sigaction action {};
-    action.sa_handler = [](int number) { stopped = number; };
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
-    ::sigaction(SIGINT, &action, nullptr);
-    ::sigaction(SIGTERM, &action, nullptr);
-}
+// A batch takes some milliseconds, beside which handing it over is nothing. The first ones are smaller, so that
+// a handful of messages keeps every worker busy too.
+constexpr std::size_t mostSources = 64;
+constexpr std::uint64_t mostBytes = 1U << 20;
+constexpr unsigned int workers = 5;
+// How many batches may be worked on or wait for a worker, and how many more for their turn to be written.
+constexpr unsigned int mostUnfinished = 2 * workers;
+constexpr unsigned int window = 4 * workers;
+// A batch speaks when it has this much to say, or has kept silent for so long.
+constexpr std::size_t muchText = 32768;
+constexpr std::chrono::milliseconds longSilence{100};
 
 /// A descriptor that is closed with its scope.
 struct Descriptor {
@@ -64,18 +74,28 @@ std::string usableTemporary(std::string const& wanted) {
     return {};
 }
 
-class Scanner {
-public:
-    Scanner(ScanOptions const& options, std::string const& temporary, Arbiter const& arbiter, Output& output)
-        : m_options(options),
-          m_arbiter(arbiter),
-          m_examine{temporary + "/swapXXXXXX", options.memory, !options.strict},
-          m_output(output),
-          m_paint(wantsColour(options.colour)) {}
+/// What the batches of a scan share.
+struct Scan {
+    ScanOptions const& options;
+    Arbiter const& arbiter;
+    ExamineOptions const examine;
+    Painter const paint;
+    Progress& progress;
+    InOrder& order;
+    std::mutex lock{};
+    Totals totals{};  // guarded by the lock
+};
 
-    int run();
+/// Some sources on their way to text.
+class Batch final : public Task::ElementImpl {
+public:
+    Batch(Scan& scan, std::uint64_t number, std::vector<Source> sources)
+        : m_scan(scan), m_number(number), m_sources(std::move(sources)) {}
+    void process() override;
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     void source(Source const& source);
     void messages(Source const& source, Mime::Reader& reader);
     std::unique_ptr<Mime::Reader> open(std::string const& path);
@@ -83,36 +103,33 @@ private:
     void judge(MessageReport& report) const;
     void say(MessageReport const& report);
     void sayError(std::string const& path, std::string const& error);
+    void speak();
 
-    ScanOptions const& m_options;
-    Arbiter const& m_arbiter;
-    ExamineOptions const m_examine;
-    Output& m_output;
-    Painter const m_paint;
-    Progress m_progress;
+    Scan& m_scan;
+    std::uint64_t const m_number;
+    std::vector<Source> const m_sources;
     Totals m_totals;
-    std::uint64_t m_bytes = 0;  // of the files behind us
-    std::uint64_t m_total = 0;  // of all files
+    std::string m_text;
+    Clock::time_point m_spoken = Clock::now();
 };
 
-int Scanner::run() {
-    SourceList const list =
-        findSources(m_options.paths.empty() ? std::vector<std::string>{"-"} : m_options.paths);
-    m_totals.skipped = list.skipped;
-    m_totals.judge = m_arbiter.name();
-    for (Source const& source : list.sources) m_total += source.bytes;
-    for (Source const& next : list.sources) {
-        if (stopped != 0) break;
+void Batch::process() {
+    // Whatever comes, the batches behind this one wait for its end. From there on the scan may be over.
+    struct End {
+        InOrder& order;
+        std::uint64_t const number;
+        ~End() { order.end(number); }
+    } const end{m_scan.order, m_number};
+    for (Source const& next : m_sources) {
+        if (Stop::isWanted()) break;
         source(next);
-        m_bytes += next.bytes;
     }
-    m_progress.clear();
-    if (!m_options.json) m_output.say(reportOf(m_totals, m_paint));
-    m_output.flush();
-    return m_totals.bad == 0 ? Fine : Findings;
+    speak();
+    std::lock_guard const guard(m_scan.lock);
+    m_scan.totals.add(m_totals);
 }
 
-void Scanner::source(Source const& source) {
+void Batch::source(Source const& source) {
     if (!source.error.empty()) return sayError(source.path, source.error);
     try {
         if (source.path == "-" && ::isatty(STDIN_FILENO) != 0)
@@ -122,86 +139,260 @@ void Scanner::source(Source const& source) {
         sayError(source.path, e.reason);
     } catch (Mime::Unreadable const& e) {
         sayError(source.path, std::strerror(e.error));
-    } catch (Quillmark::Exception const& e) {
+    } catch (Exception const& e) {
         sayError(source.path, detailOf(e));
+    } catch (std::exception const& e) {
+        sayError(source.path, e.what());
     }
 }
 
-void Scanner::messages(Source const& source, Mime::Reader& reader) {
+void Batch::messages(Source const& source, Mime::Reader& reader) {
     Mime::Message message;
     std::size_t number = 0;
-    while (stopped == 0 && reader.next(message)) {
-        m_progress.at(m_totals.messages, m_bytes + static_cast<std::uint64_t>(message.offset()), m_total,
-                      source.path);
-        MessageReport report = examine(message, m_examine);
+    std::uint64_t behind = 0;  // bytes of the messages before
+    while (!Stop::isWanted() && reader.next(message)) {
+        auto const offset = static_cast<std::uint64_t>(message.offset());
+        MessageReport report = examine(message, m_scan.examine);
         report.file = source.path;
         report.number = ++number;
         report.inMbox = reader.isMbox();
         judge(report);
         say(report);
+        bool const isFlagged = report.verdict && report.verdict->action != "accept";
+        m_scan.progress.add({1, offset - behind, isFlagged ? 1U : 0U});
+        behind = offset;
     }
-    if (number == 0 && stopped == 0) throw Unreadable{"empty: there is no message in it"};
+    if (number == 0 && !Stop::isWanted()) throw Unreadable{"empty: there is no message in it"};
+    m_scan.progress.add({0, std::max(source.bytes, behind) - behind, 0});
 }
 
-std::unique_ptr<Mime::Reader> Scanner::open(std::string const& path) {
-    int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+std::unique_ptr<Mime::Reader> Batch::open(std::string const& path) {
+    // A pipe whose other end nobody has opened is waited for where Ctrl-C is heard.
+    int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0) throw Unreadable{std::strerror(errno)};
     struct stat status {};
     if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode))
-        return std::make_unique<Mime::Reader>(descriptor);
+        return std::make_unique<Mime::Reader>(descriptor, m_scan.options.memory);
     Descriptor const closing{descriptor};
     return openPipe(descriptor);
 }
 
 // A message is read twice, for its structure and for its contents, and a pipe gives it once. So it goes
 // where bodies go: into memory up to the threshold, then into a swap file, which the reader then reads.
-std::unique_ptr<Mime::Reader> Scanner::openPipe(int descriptor) {
-    Quillmark::SwapBufferMediaOut kept(m_options.memory, m_examine.swapTemplate.c_str());
+std::unique_ptr<Mime::Reader> Batch::openPipe(int descriptor) {
+    SwapBufferMediaOut kept(m_scan.options.memory, m_scan.examine.swapTemplate.c_str());
     std::array<unsigned char, 65536> block{};
-    while (stopped == 0) {
+    while (Stop::waitToRead(descriptor)) {
         ssize_t const count = ::read(descriptor, block.data(), block.size());
-        if (count < 0 && errno == EINTR) continue;
+        if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         if (count < 0) throw Unreadable{std::strerror(errno)};
         if (count == 0) break;
         kept.write(block.data(), static_cast<unsigned int>(count));
     }
     kept.end();
     if (!kept.fileMedia().isNull()) return open(kept.fileMedia().tmpfile()->name());
-    Quillmark::Buffer const& cache = kept.cache();
+    Buffer const& cache = kept.cache();
     return std::make_unique<Mime::Reader>(
         std::string_view(reinterpret_cast<char const*>(cache.data()), cache.length()));
 }
 
-void Scanner::judge(MessageReport& report) const {
+void Batch::judge(MessageReport& report) const {
     try {
-        Verdict const verdict = m_arbiter.judge(report);
-        report.verdict = VerdictReport{nameOf(verdict.action), verdict.score, {}, m_arbiter.name()};
-        for (Quillmark::ClassifierDetail const& reason : verdict.reasons)
+        Verdict const verdict = m_scan.arbiter.judge(report);
+        report.verdict = VerdictReport{nameOf(verdict.action), verdict.score, {}, m_scan.arbiter.name()};
+        for (ClassifierDetail const& reason : verdict.reasons)
             report.verdict->reasons.push_back(reason.toString(0));
     } catch (NoAnswer const& e) {
         report.errors.push_back(std::string("no verdict: ") + e.what());
     }
 }
 
-void Scanner::say(MessageReport const& report) {
+void Batch::say(MessageReport const& report) {
     m_totals.add(report);
-    if (m_options.json)
-        m_output.line(jsonOf(report));
+    if (m_scan.options.json)
+        m_text.append(jsonOf(report)).push_back('\n');
     else
-        m_output.say(reportOf(report, m_paint));
-    m_output.flush();
+        m_text += reportOf(report, m_scan.paint);
+    if (m_text.size() >= muchText || Clock::now() - m_spoken >= longSilence) speak();
 }
 
-void Scanner::sayError(std::string const& path, std::string const& error) {
+void Batch::sayError(std::string const& path, std::string const& error) {
     MessageReport report;
     report.file = path;
     report.errors.push_back(error);
     say(report);
 }
 
+void Batch::speak() {
+    m_scan.order.say(m_number, m_text);
+    m_text.clear();
+    m_spoken = Clock::now();
+}
+
+/// The scan as the pool knows it: it makes its batches while it finds the sources.
+class Scanning final : public Task::TaskImpl, private SourceSink {
+public:
+    Scanning(Scan& scan, SourceOptions const& sources) : m_scan(scan), m_sources(sources) {
+        type(static_cast<Type>(1));  // the only one of this process
+    }
+    void createElements(uint_t taskId) override;
+
+private:
+    bool take(Source source) override;
+    void pause() override { hand(); }
+    void hand();
+
+    Scan& m_scan;
+    SourceOptions const& m_sources;
+    uint_t m_taskId = 0;
+    std::uint64_t m_batches = 0;
+    std::vector<Source> m_waiting;
+    std::uint64_t m_waitingBytes = 0;
+};
+
+void Scanning::createElements(uint_t taskId) {
+    m_taskId = taskId;
+    std::size_t const skipped = findSources(m_sources, *this);
+    hand();
+    {
+        std::lock_guard const guard(m_scan.lock);
+        m_scan.totals.skipped = skipped;
+    }
+    elementCreationFinished();
+}
+
+bool Scanning::take(Source source) {
+    m_waitingBytes += source.bytes;
+    m_waiting.push_back(std::move(source));
+    bool const isFull = m_waiting.size() >= std::min<std::size_t>(mostSources, 1 + m_batches / workers);
+    if (isFull || m_waitingBytes >= mostBytes) hand();
+    return !Stop::isWanted();
+}
+
+/// Hands what waits to the pool, when there is room for more.
+void Scanning::hand() {
+    if (m_waiting.empty()) return;
+    std::uint64_t const number = m_scan.order.begin();
+    Ref<Task::ElementImpl> const batch(new Batch(m_scan, number, std::exchange(m_waiting, {})), false);
+    batch->queueId(0);
+    batch->taskId(m_taskId);
+    batch->id(static_cast<uint_t>(number));
+    Task::TaskMaster::instance()->add(batch);
+    m_waitingBytes = 0;
+    ++m_batches;
+}
+
+/// Adds up what there is to read, beside the scan, so that progress can say how much is left.
+class Counting final : public Thread, private SourceSink {
+public:
+    Counting(SourceOptions const& options, Progress& progress) : m_options(options), m_progress(progress) {}
+    void run() override {
+        try {
+            findSources(m_options, *this);
+            if (!m_isOver) m_progress.total(m_bytes);
+        } catch (UnreadableList const&) {
+            // Whoever scans says so.
+        }
+    }
+    /// Nobody wants to know any more.
+    void giveUp() { m_isOver = true; }
+
+private:
+    bool take(Source source) override {
+        m_bytes += source.bytes;
+        return !m_isOver;
+    }
+
+    SourceOptions const& m_options;
+    Progress& m_progress;
+    std::uint64_t m_bytes = 0;
+    std::atomic<bool> m_isOver{false};
+};
+
+/// Counts as long as the object lives, if it can be counted: a pipe gives its paths and messages once.
+class Counted {
+public:
+    Counted(SourceOptions const& options, Progress& progress) : m_counting(options, progress) {
+        struct stat status {};
+        bool const listIsFile =
+            options.list.empty() || (::stat(options.list.c_str(), &status) == 0 && S_ISREG(status.st_mode));
+        bool const hasInput =
+            std::find(options.paths.begin(), options.paths.end(), "-") != options.paths.end();
+        if (progress.isOn() && listIsFile && options.list != "-" && !hasInput)
+            m_end.emplace(m_counting.start());
+    }
+    ~Counted() {
+        m_counting.giveUp();
+        if (m_end) m_end->join();
+    }
+    Counted(Counted const&) = delete;
+    Counted& operator=(Counted const&) = delete;
+
+private:
+    Counting m_counting;
+    std::optional<ThreadJoin> m_end;
+};
+
+int runScan(ScanOptions const& options, SourceOptions const& sources, Arbiter const& arbiter,
+            Output& output) {
+    Progress progress(options.progress);
+    unsigned int const atOnce = options.jobs == 0 || options.jobs > workers ? mostUnfinished : options.jobs;
+    InOrder order(atOnce, window, [&](std::string const& text) {
+        progress.aside([&] {
+            output.say(text);
+            try {
+                output.flush();
+            } catch (Output::Closed const&) {
+                Stop::now();
+                throw;
+            }
+        });
+    });
+    Scan scan{options,
+              arbiter,
+              {sources.swapTemplate, options.memory, !options.strict},
+              Painter(wantsColour(options.colour)),
+              progress,
+              order};
+    scan.totals.judge = arbiter.name();
+    std::string unreadable;
+    {
+        Counted const counted(sources, progress);
+        try {
+            Task::TaskMaster::instance()->run(Ref<Task::TaskImpl>(new Scanning(scan, sources), false));
+        } catch (UnreadableList const& e) {
+            unreadable = e.reason;
+        } catch (...) {
+            Stop::now();
+            try {
+                order.wait();
+            } catch (Output::Closed const&) {
+                // What happened first counts.
+            }
+            throw;
+        }
+        order.wait();
+    }
+    progress.clear();
+    if (!options.json && (unreadable.empty() || scan.totals.messages + scan.totals.bad != 0))
+        output.say(reportOf(scan.totals, scan.paint));
+    output.flush();
+    if (!unreadable.empty()) {
+        complain(unreadable);
+        return Failed;
+    }
+    return scan.totals.bad == 0 ? Fine : Findings;
+}
+
 }  // namespace
 
 int scan(ScanOptions const& options, Output& output) {
+    SourceOptions sources{options.paths, options.filesFrom, options.nul, {}, {}};
+    if (sources.paths.empty() && sources.list.empty()) sources.paths.emplace_back("-");
+    if (!options.shard.empty() && !sources.shard.read(options.shard)) {
+        complain("--shard: " + options.shard + " is not K/N, with K from 1 to N");
+        return Failed;
+    }
     std::string const lists = useDomainLists(options.lists);
     if (!lists.empty()) complain(lists);
     if (!lists.empty() && !options.lists.empty()) return Failed;
@@ -212,6 +403,7 @@ int scan(ScanOptions const& options, Output& output) {
                      : options.temporary + ": cannot write swap files there");
         return Failed;
     }
+    sources.swapTemplate = temporary + "/swapXXXXXX";
     std::optional<Arbiter> arbiter;
     try {
         arbiter.emplace(options.verdict, options.policy);
@@ -219,11 +411,13 @@ int scan(ScanOptions const& options, Output& output) {
         complain(e.what());
         return Failed;
     }
-    using Level = Quillmark::UriSniffer::Config;
+    using Level = UriSniffer::Config;
     Level::instance(options.strict ? Level::LevelStrict : Level::LevelLiberal);
-    stopWhenAsked();
-    int const result = Scanner(options, temporary, *arbiter, output).run();
-    if (stopped != 0) ::raise(stopped);  // the handler is gone: this ends us as the signal does
+    // Sets the locale of the process, once, which is no work for many threads at once.
+    columnsOf({});
+    Stop::listen();
+    int const result = runScan(options, sources, *arbiter, output);
+    if (Stop::signal() != 0) ::raise(Stop::signal());  // the handler is gone: this ends us as the signal does
     return result;
 }
 

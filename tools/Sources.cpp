@@ -1,18 +1,47 @@
 #include "tools/Sources.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
-#include <filesystem>
-#include <fstream>
-#include <string_view>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <utility>
+
+#include "include2/File"
+#include "include2/Md5"
+#include "tools/Names.h"
+#include "tools/Stop.h"
 
 namespace QuillmarkTool {
-namespace fs = std::filesystem;
+using namespace Quillmark;
 namespace {
 
-bool isMaildir(fs::path const& directory) {
-    std::error_code ignored;
-    return fs::is_directory(directory / "cur", ignored) && fs::is_directory(directory / "new", ignored);
+// More than the system takes. What is no list may have no end of a path at all.
+constexpr std::size_t longestPath = 8192;
+
+std::string joined(std::string const& directory, std::string_view name) {
+    std::string path = directory;
+    if (!path.empty() && path.back() != '/') path += '/';
+    return path.append(name);
+}
+
+bool isDirectory(std::string const& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool isMaildir(std::string const& directory) {
+    return isDirectory(joined(directory, "cur")) && isDirectory(joined(directory, "new"));
+}
+
+bool isHidden(std::string_view name) {
+    return name.starts_with('.');
 }
 
 bool hasMailName(std::string name) {
@@ -22,11 +51,13 @@ bool hasMailName(std::string name) {
 }
 
 /// Whether the file begins with an mbox's "From " or with the name of a header field and a colon.
-bool beginsLikeMail(fs::path const& file) {
+bool beginsLikeMail(std::string const& file) {
+    int const descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) return false;
     std::array<char, 80> start{};
-    std::ifstream in(file, std::ios::binary);
-    in.read(start.data(), start.size());
-    std::string_view const text(start.data(), static_cast<std::size_t>(in.gcount()));
+    ssize_t const count = ::read(descriptor, start.data(), start.size());
+    ::close(descriptor);
+    std::string_view const text(start.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
     if (text.starts_with("From ")) return true;
     std::size_t length = 0;
     while (length < text.size() && text[length] > 0x20 && text[length] < 0x7f && text[length] != ':')
@@ -36,96 +67,212 @@ bool beginsLikeMail(fs::path const& file) {
     return std::string_view(" \t\r\n").find(text[length + 1]) != std::string_view::npos;
 }
 
-class Finder {
+/// Hands on the names in one directory as the library's walker finds them.
+class Listing final : public File::Processor {
 public:
-    void named(std::string const& path);
-    SourceList take() { return std::move(m_list); }
+    using Take = std::function<void(std::string const& name)>;
+    explicit Listing(Take take) : m_take(std::move(take)) {}
+
+    void read(std::string const& directory) {
+        File::Selector selector(File::Path(directory), *this);
+        selector.checkFileType(false);  // everything, and nothing is entered
+        selector.start();
+    }
+    int process(File::Path const& path) override {
+        m_take(path.name());
+        return Stop::isWanted() ? 1 : 0;
+    }
 
 private:
-    using Entries = std::vector<fs::path>;
-
-    Entries sorted(fs::path const& directory);
-    void directory(fs::path const& top);
-    void directoryEntries(fs::path const& directory, bool insideMaildir);
-    void file(fs::path const& path) {
-        std::error_code error;
-        std::uintmax_t const bytes = fs::file_size(path, error);
-        m_list.sources.push_back({path.string(), error ? 0 : bytes, {}});
-    }
-    void failed(fs::path const& path, std::error_code const& error) {
-        m_list.sources.push_back({path.string(), 0, error.message()});
-    }
-
-    SourceList m_list;
-    Entries m_waiting;  // directories still to be read, the next one last
+    Take const m_take;
 };
 
-Finder::Entries Finder::sorted(fs::path const& directory) {
-    Entries entries;
-    std::error_code error;
-    for (fs::directory_iterator i(directory, error), end; !error && i != end; i.increment(error))
-        entries.push_back(i->path());
-    if (error) failed(directory, error);
-    std::sort(entries.begin(), entries.end());
-    return entries;
-}
+class Finder {
+public:
+    Finder(SourceOptions const& options, SourceSink& sink) : m_options(options), m_sink(sink) {}
+    void named(std::string const& path);
+    void listed();
+    std::size_t skipped() const { return m_skipped; }
+    bool isDone() const { return !m_wanted || Stop::isWanted(); }
+
+private:
+    /// A directory that is read, and those below it that are still to be.
+    struct Level {
+        std::string directory;
+        Names below;
+    };
+
+    Names names() const { return Names(m_options.swapTemplate); }
+    bool canList(std::string const& directory);
+    void directory(std::string const& top);
+    std::optional<Level> enter(std::string const& directory);
+    void maildirPart(std::string const& directory);
+    void found(std::string const& path, bool anyRegularFile);
+    void hand(std::string const& path, std::uint64_t bytes, std::string const& error = {}) {
+        m_wanted = m_wanted && m_sink.take({path, bytes, error});
+    }
+    void failed(std::string const& path, int error) {
+        if (m_options.shard.holds(path)) hand(path, 0, std::strerror(error));
+    }
+
+    SourceOptions const& m_options;
+    SourceSink& m_sink;
+    bool m_wanted = true;
+    std::size_t m_skipped = 0;
+};
 
 void Finder::named(std::string const& path) {
-    if (path == "-") return m_list.sources.push_back({path, 0, {}});
-    std::error_code error;
-    fs::file_status const status = fs::status(path, error);
-    if (status.type() == fs::file_type::not_found) {
-        return failed(path, std::make_error_code(std::errc::no_such_file_or_directory));
-    }
-    if (error) return failed(path, error);
-    if (fs::is_directory(status)) return directory(path);
-    file(path);
+    struct stat status {};
+    if (path == "-") return m_options.shard.holds(path) ? hand(path, 0) : void();
+    if (path.find('\0') != std::string::npos) return failed(path, EINVAL);
+    if (::stat(path.c_str(), &status) != 0) return failed(path, errno);
+    if (S_ISDIR(status.st_mode)) return directory(path);
+    if (m_options.shard.holds(path)) hand(path, static_cast<std::uint64_t>(status.st_size));
 }
 
-void Finder::directory(fs::path const& top) {
-    m_waiting.assign(1, top);
-    while (!m_waiting.empty()) {
-        fs::path const next = std::move(m_waiting.back());
-        m_waiting.pop_back();
-        bool const maildir = isMaildir(next);
-        if (maildir) {
-            for (char const* part : {"cur", "new"})
-                for (fs::path const& path : sorted(next / part)) {
-                    std::error_code ignored;
-                    bool const hidden = path.filename().string().starts_with('.');
-                    if (!hidden && fs::is_regular_file(path, ignored)) file(path);
-                }
-        }
-        directoryEntries(next, maildir);
+/// The library's walker takes a directory that cannot be read for an empty one. People want to know.
+bool Finder::canList(std::string const& directory) {
+    int const descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) {
+        failed(directory, errno);
+        return false;
+    }
+    ::close(descriptor);
+    return true;
+}
+
+void Finder::directory(std::string const& top) {
+    std::vector<Level> levels;
+    std::string next = top;
+    for (;;) {
+        if (std::optional<Level> level = enter(next)) levels.push_back(std::move(*level));
+        std::string name;
+        while (!levels.empty() && !levels.back().below.next(name)) levels.pop_back();
+        if (levels.empty() || isDone()) return;
+        next = joined(levels.back().directory, name);
     }
 }
 
-void Finder::directoryEntries(fs::path const& directory, bool insideMaildir) {
-    Entries below;
-    for (fs::path const& path : sorted(directory)) {
-        std::string const name = path.filename().string();
-        bool const hidden = name.starts_with('.');
-        std::error_code ignored;
-        if (fs::is_directory(fs::symlink_status(path, ignored))) {
-            // A Maildir's own three directories are read already, its folders begin with a dot.
-            bool const own = insideMaildir && (name == "cur" || name == "new" || name == "tmp");
-            if (!own && (!hidden || (insideMaildir && isMaildir(path)))) below.push_back(path);
-        } else if (!hidden && !insideMaildir && fs::is_regular_file(path, ignored)) {
-            if (hasMailName(name) || beginsLikeMail(path))
-                file(path);
-            else
-                ++m_list.skipped;
+/// Reads one directory: hands on its files, and gives back the directories in it, if any.
+std::optional<Finder::Level> Finder::enter(std::string const& directory) {
+    bool const maildir = isMaildir(directory);
+    if (maildir)
+        for (char const* part : {"cur", "new"}) maildirPart(joined(directory, part));
+    if (!canList(directory)) return std::nullopt;
+    Names files = names();
+    Level level{directory, names()};
+    Listing([&](std::string const& name) {
+        // A Maildir's own three directories are read already, its folders begin with a dot.
+        if (maildir && (name == "cur" || name == "new" || name == "tmp")) return;
+        if (isHidden(name) && !maildir) return;
+        std::string const path = joined(directory, name);
+        struct stat status {};
+        if (::lstat(path.c_str(), &status) != 0) return;  // gone by now
+        if (S_ISDIR(status.st_mode)) {
+            if (!isHidden(name) || isMaildir(path)) level.below.add(name);
+        } else if (!maildir && (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode))) {
+            files.add(name);
         }
+    }).read(directory);
+    for (std::string name; !isDone() && files.next(name);) found(joined(directory, name), false);
+    if (level.below.empty()) return std::nullopt;
+    return level;
+}
+
+void Finder::maildirPart(std::string const& directory) {
+    if (!canList(directory)) return;
+    Names files = names();
+    Listing([&](std::string const& name) {
+        if (!isHidden(name)) files.add(name);
+    }).read(directory);
+    for (std::string name; !isDone() && files.next(name);) found(joined(directory, name), true);
+}
+
+void Finder::found(std::string const& path, bool anyRegularFile) {
+    if (!m_options.shard.holds(path)) return;
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+    if (anyRegularFile || hasMailName(path) || beginsLikeMail(path))
+        hand(path, static_cast<std::uint64_t>(status.st_size));
+    else
+        ++m_skipped;
+}
+
+/// Goes through the list of paths as it comes, and says when it does not come.
+void Finder::listed() {
+    bool const isInput = m_options.list == "-";
+    int const descriptor =
+        isInput ? STDIN_FILENO : ::open(m_options.list.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) throw UnreadableList{m_options.list + ": " + std::strerror(errno)};
+    char const separator = m_options.nulSeparated ? '\0' : '\n';
+    std::array<char, 65536> block{};
+    std::string begun;
+    auto const append = [&](std::string_view text) {
+        begun.append(text.substr(0, longestPath - std::min(longestPath, begun.size())));
+    };
+    auto const take = [&] {
+        if (!begun.empty()) named(begun);
+        begun.clear();
+    };
+    int error = 0;
+    while (!isDone()) {
+        if (!Stop::canRead(descriptor)) m_sink.pause();
+        if (!Stop::waitToRead(descriptor)) break;
+        ssize_t const count = ::read(descriptor, block.data(), block.size());
+        if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+        if (count < 0) error = errno;
+        if (count <= 0) {
+            take();  // the last path may lack its end
+            break;
+        }
+        std::string_view text(block.data(), static_cast<std::size_t>(count));
+        for (std::size_t end = 0; (end = text.find(separator)) != std::string_view::npos && !isDone();) {
+            append(text.substr(0, end));
+            text.remove_prefix(end + 1);
+            take();
+        }
+        append(text);
     }
-    m_waiting.insert(m_waiting.end(), below.rbegin(), below.rend());
+    if (!isInput) ::close(descriptor);
+    if (error != 0) throw UnreadableList{m_options.list + ": " + std::strerror(error)};
+}
+
+template <class Number>
+bool isNumber(std::string_view text, Number& number) {
+    auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return !text.empty() && error == std::errc() && end == text.data() + text.size();
 }
 
 }  // namespace
 
-SourceList findSources(std::vector<std::string> const& paths) {
-    Finder finder;
-    for (std::string const& path : paths) finder.named(path);
-    return finder.take();
+bool Shard::holds(std::string_view path) const {
+    if (count < 2) return true;
+    Md5Hasher hasher;
+    hasher.update(reinterpret_cast<unsigned char const*>(path.data()),
+                  static_cast<unsigned int>(path.size()));
+    hasher.finalize();
+    Buffer const digest = hasher.digest();
+    std::uint64_t first = 0;
+    for (unsigned int i = 0; i < 8; ++i) first = first << 8U | digest.data()[i];
+    return first % count == number - 1;
+}
+
+bool Shard::read(std::string const& text) {
+    std::size_t const slash = text.find('/');
+    if (slash == std::string::npos) return false;
+    std::string_view const all(text);
+    return isNumber(all.substr(0, slash), number) && isNumber(all.substr(slash + 1), count) && number >= 1 &&
+           number <= count;
+}
+
+std::size_t findSources(SourceOptions const& options, SourceSink& sink) {
+    Finder finder(options, sink);
+    for (std::string const& path : options.paths) {
+        if (finder.isDone()) break;
+        finder.named(path);
+    }
+    if (!options.list.empty() && !finder.isDone()) finder.listed();
+    return finder.skipped();
 }
 
 }  // namespace QuillmarkTool

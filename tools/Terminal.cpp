@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cwchar>
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -60,11 +59,6 @@ bool writeAll(int descriptor, std::string_view text) {
         text.remove_prefix(static_cast<std::size_t>(written));
     }
     return true;
-}
-
-std::size_t terminalWidth() {
-    winsize size{};
-    return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 20 ? size.ws_col : 80U;
 }
 
 }  // namespace
@@ -146,28 +140,12 @@ void Output::flush() {
     if (!written) throw Closed{error};
 }
 
-Progress::Progress(std::chrono::milliseconds patience)
-    : m_on(::isatty(STDERR_FILENO) != 0 && ::isatty(STDOUT_FILENO) == 0), m_next(Clock::now() + patience) {}
-
-void Progress::at(std::size_t messages, std::uint64_t bytes, std::uint64_t total, std::string_view where) {
-    if (!m_on || Clock::now() < m_next) return;
-    m_next = Clock::now() + std::chrono::milliseconds(100);
-    std::string text = counted(messages, "message", "messages") + ", " + bytesForPeople(bytes);
-    if (total != 0) text += " (" + std::to_string(std::min(bytes, total) * 100 / total) + "%)";
-    std::size_t const left = terminalWidth() - 2 > text.size() + 2 ? terminalWidth() - 4 - text.size() : 0;
-    std::string const place = harmless(where);
-    if (columnsOf(place) <= left) text += "  " + place;
-    writeAll(STDERR_FILENO, "\r\x1b[K" + text);
-    m_shown = true;
-}
-
-void Progress::clear() {
-    if (m_shown) writeAll(STDERR_FILENO, "\r\x1b[K");
-    m_shown = false;
+void sayError(std::string_view text) {
+    writeAll(STDERR_FILENO, text);
 }
 
 void complain(std::string_view text) {
-    writeAll(STDERR_FILENO, "quillmark: " + harmless(text) + "\n");
+    sayError("quillmark: " + harmless(text) + "\n");
 }
 
 }  // namespace QuillmarkTool

@@ -1,8 +1,7 @@
 #pragma once
 // What the command says, and where: colours on a terminal only, texts of strangers made harmless,
-// a line of progress, and output that notices when nobody can read it any more.
+// and output that notices when nobody can read it any more.
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -66,27 +65,8 @@ private:
     std::string m_text;
 };
 
-/// One line on standard error that is overwritten in place, for work that takes longer than a moment.
-/// Silent unless standard error is a terminal and the report goes elsewhere.
-class Progress {
-public:
-    /// @param patience  how long the work may take before anything is said
-    explicit Progress(std::chrono::milliseconds patience = std::chrono::milliseconds(500));
-    ~Progress() { clear(); }
-    Progress(Progress const&) = delete;
-    Progress& operator=(Progress const&) = delete;
-
-    /// Says how far the work is. @p total 0 stands for unknown.
-    void at(std::size_t messages, std::uint64_t bytes, std::uint64_t total, std::string_view where);
-    /// Takes the line away again.
-    void clear();
-
-private:
-    using Clock = std::chrono::steady_clock;
-    bool const m_on;
-    bool m_shown = false;
-    Clock::time_point m_next;
-};
+/// The text on standard error, as it is.
+void sayError(std::string_view text);
 
 /// "quillmark: text" on standard error.
 void complain(std::string_view text);

@@ -3,7 +3,6 @@
 #include "tests/tools/Tool.h"
 
 using namespace QuillmarkTool;
-using QuillmarkTest::errorsOnTerminal;
 
 TEST(Harmless, KeepsTextAndWritesOutTheRest) {
     struct {
@@ -68,28 +67,4 @@ TEST(Counted, KnowsOneAndMany) {
     EXPECT_EQ(counted(0, "part", "parts"), "0 parts");
     EXPECT_EQ(counted(1, "part", "parts"), "1 part");
     EXPECT_EQ(counted(2, "part", "parts"), "2 parts");
-}
-
-TEST(Progress, IsOneLineThatGoesAwayAgain) {
-    EXPECT_EQ(errorsOnTerminal([] {
-                  Progress progress(std::chrono::milliseconds(0));
-                  progress.at(3, 1500, 6000, "box/cur/\x1b");
-              }),
-              "\r\x1b[K3 messages, 1.5 kB (25%)  box/cur/\\x1b\r\x1b[K");
-}
-
-TEST(Progress, KeepsToTheWidthOfTheTerminal) {
-    EXPECT_EQ(errorsOnTerminal([] {
-                  Progress progress(std::chrono::milliseconds(0));
-                  progress.at(1, 7, 0, std::string(200, 'x'));
-              }),
-              "\r\x1b[K1 message, 7 B\r\x1b[K");
-}
-
-TEST(Progress, IsPatient) {
-    EXPECT_EQ(errorsOnTerminal([] {
-                  Progress progress(std::chrono::hours(1));
-                  progress.at(3, 1500, 6000, "box");
-              }),
-              "");
 }
