@@ -3,6 +3,7 @@
 option(QUILLMARK_WERROR "Warnings are errors" ON)
 option(QUILLMARK_BUILD_TOOLS "Build the quillmark command" ON)
 option(QUILLMARK_BUILD_BENCH "Build the benchmarks" OFF)
+option(QUILLMARK_BUILD_FUZZ "Build the fuzz targets; takes QUILLMARK_SANITIZE with address" OFF)
 set(QUILLMARK_SANITIZE "" CACHE STRING "Sanitizers, as the compiler names them: address,undefined or thread")
 option(QUILLMARK_COVERAGE "Count executed lines" OFF)
 set(QUILLMARK_PLATFORM_TARGET "Quillmark::platform" CACHE STRING
