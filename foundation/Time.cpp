@@ -5,9 +5,14 @@
 #include <time.h>
 
 #include <cerrno>
+#include <mutex>
 #include <tuple>
 
+#include "foundation/Zone.h"
+
 namespace Quillmark {
+
+std::mutex zoneLock;
 
 namespace {
 
@@ -46,6 +51,7 @@ Time Time::now() {
 Time Time::then(long t, bool local) {
     Time result;
     std::time_t const seconds = t;
+    std::lock_guard const guard(zoneLock);
     if (local) ::tzset();  // localtime_r need not do it
     if (!(local ? ::localtime_r(&seconds, &result.m_fields) : ::gmtime_r(&seconds, &result.m_fields)))
         result.m_fields = std::tm();
@@ -55,6 +61,7 @@ Time Time::then(long t, bool local) {
 
 std::time_t Time::asTimeT() const {
     if (m_seconds == 0) {
+        std::lock_guard const guard(zoneLock);
         std::time_t const seconds = localSeconds(m_fields);
         if (seconds != 0) m_seconds = seconds;  // a second look writes nothing
     }

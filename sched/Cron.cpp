@@ -14,6 +14,7 @@
 
 #include "foundation/Caught.h"
 #include "foundation/Fail.h"
+#include "foundation/Zone.h"
 #include "include2/Time"
 #include "sched/PatientWait.h"
 
@@ -39,10 +40,6 @@ constexpr long unitOf(Period::PeriodType type) {
     }
     return minute;
 }
-
-// The zone is the C library's, one for the process. One computation at a time, so that none mixes two
-// zones. Nothing else is called with this held.
-std::mutex zoneLock;
 
 /// Reads @p fields as local time and normalises them. False where the calendar ends.
 bool readLocal(std::tm& fields, long& seconds) {

@@ -13,7 +13,21 @@ thread_local int refuseMktime = 0;
 thread_local int allowMktime = 0;
 thread_local int refuseLocaltime = 0;
 
+std::atomic<int> mostZoneReaders{0};
+
 namespace {
+
+std::atomic<int> zoneReaders{0};
+
+/// Counts the threads that ask about the zone.
+struct ZoneReader {
+    ZoneReader() {
+        int const now = ++zoneReaders;
+        for (int most = mostZoneReaders; now > most && !mostZoneReaders.compare_exchange_weak(most, now);) {
+        }
+    }
+    ~ZoneReader() { --zoneReaders; }
+};
 
 thread_local FakeClock* current = nullptr;
 
@@ -76,6 +90,7 @@ extern "C" __attribute__((visibility("default"))) int select(int count, fd_set* 
 
 extern "C" __attribute__((visibility("default"))) time_t mktime(struct tm* fields) noexcept {
     static auto* const real = next<time_t(struct tm*)>("mktime");
+    ZoneReader const reader;
     if (refuseMktime == 0) return real(fields);
     if (allowMktime > 0) {
         --allowMktime;
@@ -88,6 +103,7 @@ extern "C" __attribute__((visibility("default"))) time_t mktime(struct tm* field
 extern "C" __attribute__((visibility("default"))) struct tm* localtime_r(time_t const* time,
                                                                          struct tm* fields) noexcept {
     static auto* const real = next<struct tm*(time_t const*, struct tm*)>("localtime_r");
+    ZoneReader const reader;
     if (refuseLocaltime == 0) return real(time, fields);
     --refuseLocaltime;
     return nullptr;

@@ -40,6 +40,9 @@ extern thread_local int refuseMktime;
 extern thread_local int allowMktime;
 extern thread_local int refuseLocaltime;
 
+// How many threads were at once in the C library's questions about the zone, at most, since it was set to 0.
+extern std::atomic<int> mostZoneReaders;
+
 /// The zone of the process as long as it lives.
 class Zone {
 public:
