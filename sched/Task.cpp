@@ -187,19 +187,21 @@ void TaskMaster::add(Ref<ElementImpl> const& element) {
 /// the book; the caller destroys them when the pool is unlocked.
 bool TaskMaster::mayRun(TaskImpl::Type type, std::vector<Ref<TaskImpl>>& dropped) {
     // Kept for the daemons: the oldest task of the type decides alone. One that finished unnoticed lets
-    // every later one through, also those that come when it has left the book.
-    bool neverRefused = m_neverRefused.count(type) != 0;
+    // every later one through, also those that come when it has left the book, unless it was run again
+    // itself and has not finished yet.
+    bool decided = m_decided.count(type) != 0;
     for (auto entry = m_running.begin(); entry != m_running.end();) {
         uint_t const id = entry->first;
         if (entry->second->type() == type) {
             Ref<TaskImpl> const task(entry->second);
             bool const finished = task->finished();
             m_mutex.lock();  // the daemon's own finished() may have asked the pool, which unlocks it
-            if (!finished && !neverRefused) return false;
+            if (!finished && (!decided || task->m_decidesAlone)) return false;
             if (finished) {
                 dropped.push_back(task);
-                m_neverRefused.insert(type);
-                neverRefused = true;
+                if (!decided) task->m_decidesAlone = true;
+                m_decided.insert(type);
+                decided = true;
                 m_running.erase(id);
             }
         }

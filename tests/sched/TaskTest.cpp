@@ -378,6 +378,36 @@ TEST(TaskMaster, KeptForTheDaemonsLetsEveryTaskThroughAfterAnUnnoticedOne) {
     EXPECT_EQ(log.lines(), std::vector<std::string>{"3000071 2"});
 }
 
+// A daemon that keeps one task and runs it over and over.
+TEST(TaskMaster, DoesNotRunATaskAgainThatFinishedUnnoticedAndIsRunningNow) {
+    for (bool const anotherMeanwhile : {false, true}) {
+        LogRecorder log;
+        Pool pool(0);
+        int ran = 0;
+        bool quick = true;
+        Work const task = batch(1, [&](Batch& self, uint_t taskId) {
+            ++ran;
+            if (!quick) pool.add(piece(taskId, 1));
+            self.elementCreationFinished();
+        });
+        pool.run(task);
+        pool.run(task);
+        Work const other = batch(1, [](Batch&, uint_t) {});
+        if (anotherMeanwhile) pool.run(other);
+        quick = false;
+        pool.run(task);
+        EXPECT_EQ(ran, 3);
+        pool.run(task);
+        pool.run(batch(1, [&ran](Batch&, uint_t) { ++ran; }));
+        EXPECT_EQ(ran, 3) << "refused while its element is outstanding";
+        EXPECT_EQ(log.lines(), std::vector<std::string>(2, "50331761 1"));
+        pool.workOne();
+        EXPECT_EQ(pool.lastRun(typeOf(1)), task->started());
+        pool.run(task);
+        EXPECT_EQ(ran, 4);
+    }
+}
+
 TEST(TaskMaster, IsLockedUntilTheFirstElementWasAdded) {
     Pool pool(0);
     std::vector<bool> free;
