@@ -7,8 +7,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cstdlib>
+#include <locale>
+#include <sstream>
 #include <string_view>
 
 namespace Quillmark::Process {
@@ -164,10 +165,10 @@ FdExpansion::FdExpansion(std::map<int, std::string>& descriptors) : m_descriptor
 FdExpansion::~FdExpansion() = default;
 
 int FdExpansion::process(File::Path const& path) {
-    std::string const& name = path.name();
+    std::istringstream name(path.name());
+    name.imbue(std::locale::classic());
     int number = 0;
-    auto const parsed = std::from_chars(name.data(), name.data() + name.size(), number);
-    if (parsed.ec != std::errc() || m_descriptors.count(number) != 0) return 0;
+    if (!(name >> number) || m_descriptors.count(number) != 0) return 0;
     char target[mostOfLink];
     ssize_t const length = ::readlink(path.asString().c_str(), target, sizeof target);
     if (length > 0) m_descriptors.emplace(number, std::string(target, static_cast<std::size_t>(length)));

@@ -490,6 +490,17 @@ TEST(ProcessFdExpansion, LeavesANumberThatItHas) {
     EXPECT_EQ(joined(descriptors), "3=former;4=target;");
 }
 
+TEST(ProcessFdExpansion, ReadsNumbersAsStreamsDo) {
+    TemporaryDirectory const here;
+    std::map<int, std::string> descriptors;
+    Process::FdExpansion expansion(descriptors);
+    for (char const* name : {"12", " 13", "+14", "-15", "16abc", "abc", "99999999999"}) {
+        ASSERT_EQ(::symlink("target", here.file(name).c_str()), 0);
+        EXPECT_EQ(expansion.process(File::Path(here.file(name))), 0) << name;
+    }
+    EXPECT_EQ(joined(descriptors), "-15=target;12=target;13=target;14=target;16=target;");
+}
+
 TEST(ProcessSelector, KeepsTheOrderOfItsVirtualOperations) {
     EXPECT_EQ(slotOf(static_cast<int (Process::Selector::*)(File::Path const&)>(&Process::Selector::process)),
               2U);
