@@ -202,7 +202,7 @@ void File::Path::unlink(bool recursive) const noexcept {
     m_impl->forgetStatus();
 }
 
-void File::Path::rename(std::string const& to) {
+void File::Path::rename(std::string const& to) const {
     auto const from = [&](char const* newName) {
         return ask(asString(), [&](char const* name) { return ::rename(name, newName); });
     };

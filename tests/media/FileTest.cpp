@@ -93,8 +93,10 @@ TEST(Path, CopiesShareOneValue) {
     path.rename(here.file("b"));
     EXPECT_EQ(copy.asString(), here.file("b"));
     EXPECT_EQ(assigned.name(), "b");
-    assigned.autodelete(true);
-    EXPECT_TRUE(copy.autodelete());
+    copy.rename(here.file("c"));  // constant as what a processor is given
+    EXPECT_EQ(path.name(), "c");
+    copy.autodelete(true);
+    EXPECT_TRUE(assigned.autodelete());
     assigned.autodelete(false);
     EXPECT_FALSE(path.autodelete());
 }
