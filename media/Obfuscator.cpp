@@ -25,8 +25,9 @@ LightweightObfuscatorImpl::~LightweightObfuscatorImpl() = default;
 
 void LightweightObfuscatorImpl::write(unsigned char const* data, uint_t n) {
     if (!data || !m_output) return;
+    MediaOut output(*m_output);  // which stays when a byte makes somebody attach another
     auto const key = static_cast<unsigned char>((m_lowKey ^ m_highKey) & 0xff);
-    for (unsigned char const byte : std::span(data, n)) *m_output << static_cast<char>(byte ^ key);
+    for (unsigned char const byte : std::span(data, n)) output << static_cast<char>(byte ^ key);
 }
 
 void LightweightObfuscatorImpl::end() {}

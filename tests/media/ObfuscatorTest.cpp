@@ -122,6 +122,28 @@ TEST(LightweightObfuscator, KeepsItsSinkAlive) {
     EXPECT_EQ(log, "[x]");
 }
 
+TEST(LightweightObfuscator, FinishesAWriteWithTheSinkThatItBeganWith) {
+    std::string log;
+    LightweightObfuscator out(0);
+    struct Detaching : MediaOutImpl {
+        Detaching(LightweightObfuscator& from, std::string& writes) : filter(from), log(writes) {}
+        using MediaOutImpl::write;
+        void write(unsigned char const* data, unsigned int n) override {
+            filter.detachOutput();
+            log.append(reinterpret_cast<char const*>(data), n);
+        }
+        LightweightObfuscator& filter;
+        std::string& log;
+    };
+    {
+        MediaOut sink(new Detaching(out, log), false);
+        out.attachOutput(sink);
+    }
+    out << "ab";
+    out << "c";
+    EXPECT_EQ(log, "ab");
+}
+
 TEST(LightweightObfuscator, AnEmptyHandleDetaches) {
     std::string log;
     MediaOut sink = recorder(log);
