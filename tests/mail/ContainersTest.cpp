@@ -5,6 +5,7 @@
 
 using namespace Quillmark;
 using QuillmarkTest::failureOf;
+using QuillmarkTest::slotOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -138,4 +139,9 @@ TEST(ClassifierDetail, TakesOneMoreReferenceWhenAsked) {
     EXPECT_EQ(destroyed, 0);
     impl->release();
     EXPECT_EQ(destroyed, 1);
+}
+
+TEST(ClassifierDetail, KeepsTheOrderOfVirtualOperations) {
+    EXPECT_EQ(slotOf(&ClassifierDetailImpl::isVirus), 2U);
+    EXPECT_EQ(slotOf(&ClassifierDetailImpl::toString), 3U);
 }
