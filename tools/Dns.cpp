@@ -1,9 +1,12 @@
 // quillmark dns: asks a question and shows the answer.
 
+#include <netdb.h>
+#include <resolv.h>
 #include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -87,6 +90,17 @@ std::string printed(ResolverMessage const& message) {
     return shown;
 }
 
+/// A server that cuts an answer may leave none of it. The library knows that as a question without an answer, and
+/// the flags of the response are gone, so they are asked for once more.
+bool isCutToNothing(DnsFacts const& facts) {
+    if (facts.message.resolve_error() != NO_DATA) return false;
+    constexpr unsigned char truncated = 0x02;  // in the third byte of the header
+    std::array<unsigned char, 8192> response{};
+    ::res_nsearch(&_res, facts.name.c_str(), facts.recordClass, facts.type, response.data(),
+                  static_cast<int>(response.size()));
+    return (response[2] & truncated) != 0;
+}
+
 }  // namespace
 
 int dns(DnsOptions const& options, Output& output) {
@@ -114,13 +128,13 @@ int dns(DnsOptions const& options, Output& output) {
     facts.type = *type;
     facts.recordClass = *recordClass;
     facts.message = resolver->submit(*type, *recordClass, name);
+    facts.truncated = facts.message.isTruncated() || isCutToNothing(facts);
     if (options.json)
         output.line(jsonOf(facts));
     else
         output.say(printed(facts.message));
     output.flush();
-    if (facts.message.isEmpty()) return Findings;
-    if (!facts.message.isTruncated()) return Fine;
+    if (!facts.truncated) return facts.message.isEmpty() ? Findings : Fine;
     complain("WARNING: THE ANSWER IS TRUNCATED. It did not fit, records are missing, and nobody asks again");
     complain("over TCP: what stands here is not all that there is.");
     return Findings;

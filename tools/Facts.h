@@ -63,6 +63,7 @@ struct DnsFacts {
     int type = 0;      ///< as on the wire
     int recordClass = 0;
     Quillmark::ResolverMessage message;
+    bool truncated = false;  ///< also where nothing of the answer is left
 };
 
 }  // namespace QuillmarkTool

@@ -88,11 +88,25 @@ Json object(ResolverMessage::Query const& query) {
     return questionOf(query);
 }
 
+/// The address, the name or the text, which may be empty; null for a type that has none of them.
+Json valueOf(ResolverMessage::Record const& record) {
+    switch (record.type) {
+    case Resolver::TypeA:
+    case Resolver::TypeAAAA:
+    case Resolver::TypeNS:
+    case Resolver::TypeCNAME:
+    case Resolver::TypePTR:
+    case Resolver::TypeMX:
+    case Resolver::TypeTXT: return record.value;
+    default: return {};
+    }
+}
+
 Json object(ResolverMessage::Record const& record) {
     Json json = questionOf(record);
     bool const isSoa = record.type == Resolver::TypeSOA;
     json["ttl"] = record.ttl;
-    json["value"] = orNull(record.value);
+    json["value"] = valueOf(record);
     json["mx_rank"] = record.type == Resolver::TypeMX ? Json(record.mxRank) : Json();
     json["soa"] = isSoa
                       ? Json{{"mname", record.mname},     {"rname", record.rname}, {"serial", record.serial},
@@ -209,7 +223,7 @@ std::string jsonOf(DnsFacts const& facts) {
                  {"class", Resolver::recordClassName(facts.recordClass)},
                  {"error", error},
                  {"authoritative", message.isAuthouritativeAnswer()},
-                 {"truncated", message.isTruncated()},
+                 {"truncated", facts.truncated},
                  {"queries", array(message.queries())},
                  {"answers", array(message.answers())},
                  {"name_servers", array(message.nameserverRecords())},

@@ -252,9 +252,10 @@ void CommandLine::addDns() {
     added->add_option("TYPE", m_dns.type, "the type of its records, by name or number (A)")->option_text(" ");
     added->add_option("-x", m_dns.reverse, "ask for the name of ADDRESS instead")->option_text("ADDRESS");
     added->add_option("--class", m_dns.recordClass, "the class, by name or number (IN)")->option_text("C");
-    added->add_option("--server", m_dns.server, "ask the server with this address, not the system's")
-        ->option_text("ADDRESS");
-    added->add_option("--port", m_dns.port, "on this port (53)")->option_text("P");
+    CLI::Option* const server =
+        added->add_option("--server", m_dns.server, "ask the server with this address, not the system's")
+            ->option_text("ADDRESS");
+    added->add_option("--port", m_dns.port, "on this port (53)")->option_text("P")->needs(server);
     added->add_flag("--json", m_dns.json, "print JSON");
 }
 

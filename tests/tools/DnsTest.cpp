@@ -93,6 +93,22 @@ TEST(DnsCommand, SaysLoudlyThatAnAnswerIsTruncated) {
     EXPECT_THAT(ask(server, {"example.com", "--json"}).out, testing::HasSubstr("\"truncated\":true"));
 }
 
+TEST(DnsCommand, SaysLoudlyThatNothingIsLeftOfATruncatedAnswer) {
+    DnsResponder server("127.0.0.1", [](Asked const& asked) { return response(asked, {1, 0}, "", 0x8780); });
+    Ran const ran = ask(server, {"example.com", "TXT"});
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_EQ(ran.out, "DNS query failed: error=4(No address associated with name)\n");
+    EXPECT_THAT(ran.err, testing::StartsWith("quillmark: WARNING: THE ANSWER IS TRUNCATED."));
+    auto const json = nlohmann::json::parse(ask(server, {"example.com", "TXT", "--json"}).out);
+    EXPECT_EQ(json["truncated"], true);
+    EXPECT_EQ(json["error"]["code"], 4);
+
+    // Where the server has nothing, nothing is missing.
+    DnsResponder none("127.0.0.1", [](Asked const& asked) { return response(asked, {1, 0}, ""); });
+    EXPECT_EQ(ask(none, {"example.com", "TXT"}).err, "");
+    EXPECT_EQ(none.asked(), "example.com 16 1\nexample.com 16 1\n");
+}
+
 TEST(DnsCommand, ShowsWhyAQuestionFailed) {
     DnsResponder none("127.0.0.1", noSuchName);
     Ran const unknown = ask(none, {"no.example.com"});
@@ -130,6 +146,8 @@ TEST(DnsCommand, PrintsJson) {
     EXPECT_EQ(answers[2]["value"], "onetwo");
     EXPECT_EQ(answers[3]["soa"]["rname"], "root.example.com");
     EXPECT_EQ(answers[3]["soa"]["minimum"], 5);
+    EXPECT_EQ(answers[3]["value"], nullptr);
+    EXPECT_EQ(answers[4]["value"], nullptr);
     EXPECT_EQ(answers[4]["type"], "SRV");
     EXPECT_EQ(answers[4]["rdata"], "00010002");
 }
@@ -157,6 +175,8 @@ TEST(DnsCommand, RefusesWhatCannotBeAsked) {
         {{"dns", "example.com", "--class", "XYZ"}, "quillmark: XYZ is no record class\n"},
         {{"dns", "-x", "192.0.2.1.5"}, "quillmark: 192.0.2.1.5 is no IP address\n"},
         {{"dns", "example.com", "--server", "name"}, "quillmark: name is no IP address\n"},
+        {{"dns", "example.com", "--port", "53"},
+         "quillmark: --port requires --server\nTry \"quillmark --help\".\n"},
         {{"dns", "\xff"}, "quillmark: \\xff is no host name\n"},
     };
     for (auto const& row : rows) {
