@@ -14,7 +14,6 @@
 #include "include2/Exception"
 #include "include2/Host"
 #include "include2/IPAddress"
-#include "include2/QuillIPC"
 #include "tools/Commands.h"
 #include "tools/Examine.h"
 
@@ -47,6 +46,12 @@ std::string standardInput() {
 
 }  // namespace
 
+std::uint32_t sentLength(IPC::Pdu const& message) {
+    std::uint32_t length = 0;
+    std::memcpy(&length, message() + sizeof length, sizeof length);
+    return length;
+}
+
 Endpoint::Endpoint(std::string const& given) : host("127.0.0.1"), port(29001) {
     std::size_t const colon = given.rfind(':');
     std::string const before = given.substr(0, colon);
@@ -73,6 +78,9 @@ std::string ask(Endpoint const& daemon, unsigned int type, std::string const& re
         IPC::Pdu answer(0, largestAnswer);
         if (connection.receive(answer) < 8) throw NoAnswer(daemon.text + ": does not answer");
         Buffer const payload = answer.data();
+        if (payload.length() < sentLength(answer))
+            throw NoAnswer(daemon.text + ": answers with more than " + std::to_string(payload.length()) +
+                           " bytes");
         return {reinterpret_cast<char const*>(payload.data()), payload.length()};
     } catch (SocketException const& e) {
         throw NoAnswer(daemon.text + ": " + std::strerror(e.error()));

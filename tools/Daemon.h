@@ -1,8 +1,11 @@
 #pragma once
 // How the command talks to its daemon. Requests and answers are texts over the library's own protocol.
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
+
+#include "include2/QuillIPC"
 
 namespace QuillmarkTool {
 
@@ -21,6 +24,9 @@ inline constexpr std::size_t largestRequest = 1016;
 struct NoAnswer : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+
+/// The payload bytes of a message by the word of who sent it, which may be more than it holds.
+std::uint32_t sentLength(Quillmark::IPC::Pdu const& message);
 
 /// Where a daemon listens.
 struct Endpoint {

@@ -53,6 +53,9 @@ public:
         return text;
     }
 
+    /// Held while a request is handled. Whoever keeps it lets no request begin any more.
+    std::mutex& turn() { return m_turn; }
+
     std::atomic<unsigned long> digests{0};   // looked up
     std::atomic<unsigned long> known{0};     // of those
     std::atomic<unsigned long> messages{0};  // judged
@@ -60,6 +63,7 @@ public:
     std::atomic<unsigned long> refused{0};  // requests that are none
 
 private:
+    std::mutex m_turn;
     mutable std::mutex m_lock;
     std::shared_ptr<Judge const> m_judge;
     std::chrono::steady_clock::time_point const m_start = std::chrono::steady_clock::now();
@@ -70,27 +74,44 @@ Service& service() {
     return *only;
 }
 
+std::string refusal(char const* reason) {
+    ++service().refused;
+    return std::string("error ") + reason + "\n";
+}
+
 /// Answers a text with a text, on the dispatcher's own thread: no answer takes longer than a moment.
 class TextHandler final : public IPC::HandlerImpl {
 public:
     using Work = std::string (*)(std::string_view request);
     TextHandler(unsigned int type, Work work) : m_work(work) { this->type(type); }
     int task(IPC::SocketIPC& connection, IPC::Pdu const& request) const override {
-        Buffer const payload = request.data();
+        std::lock_guard const turn(service().turn());
         IPC::Pdu answer(type(), 8);
-        answer << m_work({reinterpret_cast<char const*>(payload.data()), payload.length()});
+        answer << answerTo(request);
         connection << answer;
         return 0;
     }
 
 private:
+    std::string answerTo(IPC::Pdu const& request) const {
+        Buffer const payload = request.data();
+        // A dispatcher cuts what is too long. Half a line would be answered for a whole one.
+        if (payload.length() < sentLength(request)) return refusal("the request has more than 1016 bytes");
+        return m_work({reinterpret_cast<char const*>(payload.data()), payload.length()});
+    }
+
     Work m_work;
 };
 
-std::string refusal(char const* reason) {
-    ++service().refused;
-    return std::string("error ") + reason + "\n";
-}
+/// Answers a ping as the library does.
+class PingHandler final : public IPC::HandlerImpl {
+public:
+    PingHandler() { type(AskPing); }
+    int task(IPC::SocketIPC& connection, IPC::Pdu const& request) const override {
+        std::lock_guard const turn(service().turn());
+        return IPC::HandlerPing().task(connection, request);
+    }
+};
 
 std::string lookUp(std::string_view request) {
     std::string text;
@@ -186,16 +207,18 @@ bool Loader::loadNow() {
 
 int serve(ServeOptions const& options, Output& output) {
     static Loader* const loader = new Loader(options);
-    if (!loader->load()) return Failed;
-    // Before the dispatcher and the crontab make their threads, so that signals come here and nowhere else.
     sigset_t signals;
     ::sigemptyset(&signals);
-    for (int const number : {SIGHUP, SIGTERM, SIGINT}) ::sigaddset(&signals, number);
+    ::sigaddset(&signals, SIGHUP);
+    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // who tells us early to read again does not end us
+    if (!loader->load()) return Failed;
+    // Before the dispatcher and the crontab make their threads, so that signals come here and nowhere else.
+    for (int const number : {SIGTERM, SIGINT}) ::sigaddset(&signals, number);
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
     unsigned short const port = options.port != 0 ? options.port : freePort();
     IPC::Dispatcher* const dispatcher = IPC::Dispatcher::instance(port);
-    dispatcher->add(IPC::Handler(new IPC::HandlerPing));
+    dispatcher->add(IPC::Handler(new PingHandler));
     dispatcher->add(IPC::Handler(new TextHandler(AskDigests, lookUp)));
     dispatcher->add(IPC::Handler(new TextHandler(AskFeatures, judged)));
     dispatcher->add(IPC::Handler(new TextHandler(AskStatistics, counts)));
@@ -209,6 +232,7 @@ int serve(ServeOptions const& options, Output& output) {
                 harmless(service().judge()->policy().name));
     output.flush();
     for (int number = 0; ::sigwait(&signals, &number) == 0 && number == SIGHUP;) loader->reload();
+    service().turn().lock();  // for good: what was begun is answered, and nothing else begins
     output.line("served " + counted(service().messages, "message", "messages"));
     return Fine;
 }

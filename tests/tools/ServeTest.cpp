@@ -3,42 +3,11 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "tests/tools/Tool.h"
+#include "tests/tools/Daemon.h"
 
 using namespace QuillmarkTest;
 
 namespace {
-
-/// A daemon on a port of its own, which is there when the object is.
-class Daemon {
-public:
-    explicit Daemon(std::vector<std::string> more = {}, std::string const& lists = testLists(),
-                    Surroundings const& surroundings = {})
-        : m_run(arguments(std::move(more), lists), surroundings) {
-        m_greeting = m_run.line();
-        std::size_t const at = m_greeting.find("127.0.0.1:");
-        if (at != std::string::npos) m_where = m_greeting.substr(at, m_greeting.find(' ', at) - at);
-    }
-    std::string const& where() const { return m_where; }
-    std::string const& greeting() const { return m_greeting; }
-    Running& run() { return m_run; }
-    /// What the daemon answers to a request.
-    std::string answer(int type, std::string const& request) const {
-        Ran const ran = quillmark({"ipc", "send", std::to_string(type), "--to", m_where}, {request, {}, ""});
-        return ran.status == 0 ? ran.out : ran.err;
-    }
-
-private:
-    static std::vector<std::string> arguments(std::vector<std::string> more, std::string const& lists) {
-        std::vector<std::string> all{"serve", "--port", "0", "--lists", lists};
-        all.insert(all.end(), more.begin(), more.end());
-        return all;
-    }
-
-    Running m_run;
-    std::string m_greeting;
-    std::string m_where;
-};
 
 char const eicar[] = "44d88612fea8a8f36de82e1278abb02f";
 
@@ -71,6 +40,18 @@ TEST(ServeCommand, LooksDigestsUp) {
               std::string(eicar) + " the EICAR test file\n");
     EXPECT_EQ(daemon.answer(51, ""), "");
     EXPECT_EQ(daemon.answer(51, "abc"), "error a line is no MD5 digest\n");
+}
+
+TEST(ServeCommand, RefusesARequestThatIsTooLong) {
+    Daemon daemon;
+    std::string features = "link 203.0.113.9\nname ";
+    features.resize(1015, 'n');
+    features += '\n';
+    EXPECT_THAT(daemon.answer(52, features), testing::StartsWith("score 40\n"));
+    EXPECT_EQ(daemon.answer(52, features + "c"), "error the request has more than 1016 bytes\n");
+    EXPECT_EQ(daemon.answer(51, std::string(1'000'000, 'a')), "error the request has more than 1016 bytes\n");
+    EXPECT_THAT(daemon.answer(53, ""),
+                testing::EndsWith("messages 1\naccept 0\nreview 1\nreject 0\nrefused 2\n"));
 }
 
 TEST(ServeCommand, JudgesFeaturesByTheShippedPolicy) {

@@ -46,6 +46,7 @@ public:
     std::string line();   ///< the next line of standard output, waited for; empty when there is none
     std::string error();  ///< the same of standard error
     void signal(int number) const;
+    int process() const { return m_child; }  ///< its number
     int wait();  ///< waits for the end. @return as Ran::status
 
 private:

@@ -2,22 +2,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tests/tools/Tool.h"
+#include "tests/tools/Daemon.h"
 
 using namespace QuillmarkTest;
 
 namespace {
-
-/// A daemon for a scan to ask.
-struct Daemon {
-    Running run;
-    std::string where;
-    explicit Daemon(std::vector<std::string> arguments) : run(arguments) {
-        std::string const greeting = run.line();
-        std::size_t const at = greeting.find("127.0.0.1:");
-        if (at != std::string::npos) where = greeting.substr(at, greeting.find(' ', at) - at);
-    }
-};
 
 std::string mail(std::string const& text, std::string const& more = {}) {
     return "From: a@example.com\nTo: b@example.org\nSubject: s\n" + more + "\n" + text + "\n";
@@ -69,9 +58,9 @@ TEST(ScanVerdict, JudgesByTheBuiltInPolicyWhenNoDaemonIsNamed) {
 }
 
 TEST(ScanVerdict, IsTheSameFromADaemon) {
-    Daemon daemon({"serve", "--port", "0", "--lists", testLists()});
-    std::vector<std::string> const asked{"scan",      "--lists",    testLists(), "--json",
-                                         "--verdict", daemon.where, examples};
+    Daemon daemon;
+    std::vector<std::string> const asked{"scan",      "--lists",      testLists(), "--json",
+                                         "--verdict", daemon.where(), examples};
     Ran const theirs = quillmark(asked);
     Ran const ours = quillmark({"scan", "--lists", testLists(), "--json", examples});
     auto const a = linesOf(theirs.out);
@@ -85,7 +74,7 @@ TEST(ScanVerdict, IsTheSameFromADaemon) {
         EXPECT_EQ(their["score"], our["score"]) << b[i];
         EXPECT_EQ(their["action"], our["action"]) << b[i];
         EXPECT_EQ(their["reasons"], our["reasons"]) << b[i];
-        EXPECT_EQ(their["by"], daemon.where);
+        EXPECT_EQ(their["by"], daemon.where());
     }
 }
 
@@ -98,12 +87,12 @@ TEST(ScanVerdict, SaysWhoJudged) {
                                             "             ip-link 1 203.0.113.9\n"));
     EXPECT_THAT(own.out, testing::HasSubstr("\nJudged by " + policy + ": 0 to review, 1 to reject.\n"));
 
-    Daemon daemon({"serve", "--port", "0", "--lists", testLists(), "--policy", policy});
-    Ran const asked = quillmark({"scan", "--lists", testLists(), "--verdict", daemon.where},
+    Daemon daemon({"--policy", policy});
+    Ran const asked = quillmark({"scan", "--lists", testLists(), "--verdict", daemon.where()},
                                 {mail("http://203.0.113.9/"), {}, ""});
     EXPECT_THAT(asked.out, testing::HasSubstr("\n  Verdict    reject, score 1\n"));
     EXPECT_THAT(asked.out,
-                testing::HasSubstr("\nJudged by " + daemon.where + ": 0 to review, 1 to reject.\n"));
+                testing::HasSubstr("\nJudged by " + daemon.where() + ": 0 to review, 1 to reject.\n"));
 }
 
 TEST(ScanVerdict, KnowsTheDigestsOfManyParts) {
@@ -117,18 +106,18 @@ TEST(ScanVerdict, KnowsTheDigestsOfManyParts) {
     std::string const last = parts[79]["md5"];
     TemporaryDirectory const place;
     std::string const policy = place.write("policy", "rule known-digest 5\ndigest " + last + " the last\n");
-    Daemon daemon({"serve", "--port", "0", "--lists", testLists(), "--policy", policy});
+    Daemon daemon({"--policy", policy});
     std::string const reason = "known-digest 5 " + last + " the last\n";
     EXPECT_EQ(reasonsOf(verdictOf(message, {"--policy", policy})), reason);
-    EXPECT_EQ(reasonsOf(verdictOf(message, {"--verdict", daemon.where})), reason);
+    EXPECT_EQ(reasonsOf(verdictOf(message, {"--verdict", daemon.where()})), reason);
 }
 
 TEST(ScanVerdict, AsksAboutWhatMattersWhenNotAllLinksFit) {
     std::string text;
     for (int i = 0; i < 200; ++i) text += "http://host" + std::to_string(i) + ".example.org/\n";
     std::string const message = mail(text + "http://10.0.0.1/\nhttp://www.example.com/");
-    Daemon daemon({"serve", "--port", "0", "--lists", testLists()});
-    EXPECT_EQ(reasonsOf(verdictOf(message, {"--verdict", daemon.where})),
+    Daemon daemon;
+    EXPECT_EQ(reasonsOf(verdictOf(message, {"--verdict", daemon.where()})),
               "private-link 60 10.0.0.1\ncut 0 more links or names than were looked at\n");
 }
 
