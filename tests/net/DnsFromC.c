@@ -1,11 +1,35 @@
 #define _POSIX_C_SOURCE 200809L
 #include "tests/net/DnsFromC.h"
 
+#include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
 
 _Static_assert(sizeof(quill_dns_question) == 96, "elements have a fixed size");
 _Static_assert(sizeof(quill_dns_record) == 96, "elements have a fixed size");
+
+#define HAS_ITS_PLACE(element, field, place, width)                           \
+    _Static_assert(offsetof(element, field) == (place), #element "." #field); \
+    _Static_assert(sizeof(((element*)0)->field) == (width), #element "." #field)
+
+HAS_ITS_PLACE(quill_dns_question, type, 0, 2);
+HAS_ITS_PLACE(quill_dns_question, record_class, 2, 2);
+HAS_ITS_PLACE(quill_dns_question, name, 8, 8);
+HAS_ITS_PLACE(quill_dns_record, type, 0, 2);
+HAS_ITS_PLACE(quill_dns_record, record_class, 2, 2);
+HAS_ITS_PLACE(quill_dns_record, name, 8, 8);
+HAS_ITS_PLACE(quill_dns_record, ttl, 16, 4);
+HAS_ITS_PLACE(quill_dns_record, value, 24, 8);
+HAS_ITS_PLACE(quill_dns_record, mx_rank, 32, 4);
+HAS_ITS_PLACE(quill_dns_record, mname, 40, 8);
+HAS_ITS_PLACE(quill_dns_record, rname, 48, 8);
+HAS_ITS_PLACE(quill_dns_record, serial, 56, 4);
+HAS_ITS_PLACE(quill_dns_record, refresh, 60, 4);
+HAS_ITS_PLACE(quill_dns_record, retry, 64, 4);
+HAS_ITS_PLACE(quill_dns_record, expire, 68, 4);
+HAS_ITS_PLACE(quill_dns_record, minimum, 72, 4);
+HAS_ITS_PLACE(quill_dns_record, rdata, 80, 8);
+HAS_ITS_PLACE(quill_dns_record, rdata_length, 88, 8);
 
 /* A text in the making. */
 typedef struct {
@@ -160,6 +184,17 @@ char* nothingStoredFromC(char const* name, char const* server, int port) {
     fprintf(out, "%d ", quill_dns_query_get_flags(query, NULL, NULL));
     fprintf(out, "%d", quill_dns_query_get_error(query, NULL, NULL));
     quill_dns_query_release(query);
+    return endText(&t);
+}
+
+char* withoutMemoryFromC(quill_dns_query* query) {
+    text t = startText();
+    FILE* const out = openText(&t);
+    quill_dns_question* questions = (quill_dns_question*)&questions;
+    quill_dns_record* records = (quill_dns_record*)&records;
+    int const questionCount = quill_dns_query_get_queries(query, &questions);
+    int const recordCount = quill_dns_query_get_answers(query, &records);
+    fprintf(out, "%d%s %d%s", questionCount, questions ? "" : " null", recordCount, records ? "" : " null");
     return endText(&t);
 }
 

@@ -17,6 +17,8 @@ char* nullQueryFromC(void);
 char* failedQueryFromC(char const* name, char const* server, int port);
 /* The results of a successful query with null wherever something would be stored. */
 char* nothingStoredFromC(char const* name, char const* server, int port);
+/* "count array" of the questions and of the answers, where there is no memory for the arrays. */
+char* withoutMemoryFromC(quill_dns_query* query);
 /* "result [bytes up to the size]" with a buffer that was full of x. */
 char* queryStringFromC(char const* address, int size);
 /* "result [bytes up to the size] port". */

@@ -96,6 +96,18 @@ TEST(DnsFromC, StoresNothingWhereNullIsGiven) {
     EXPECT_EQ(taken(nothingStoredFromC("a.example.com", "127.0.0.1", server.port())), "1 3 1 1 0 -1");
 }
 
+#ifdef QUILLMARK_TEST_REFUSES_ARRAYS
+TEST(DnsFromC, CountsTheEntriesAlsoWithoutMemoryForThem) {
+    DnsResponder const server("127.0.0.1", fullAnswer);
+    quill_dns_query* const query = quill_dns_query_create(1, 1, "a.example.com", "127.0.0.1", server.port());
+    {
+        RefusedArrays const refused(sizeof(quill_dns_record));
+        EXPECT_EQ(taken(withoutMemoryFromC(query)), "1 null 3 null");
+    }
+    quill_dns_query_release(query);
+}
+#endif
+
 TEST(DnsFromC, RefusesNoQuery) {
     EXPECT_EQ(taken(nullQueryFromC()), "-1 -1 -1 -1 untouched\nflags -1: 7 7\nerror -1: 7 untouched\n");
     EXPECT_EQ(taken(printFromC(nullptr, nullptr, 0)), "DNS query response is NULL\n");

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <type_traits>
 
 #include "include2/Resolver"
 #include "tests/net/DnsFromC.h"
@@ -62,6 +63,8 @@ protected:
 };
 
 }  // namespace
+
+static_assert(std::has_virtual_destructor_v<Host>);
 
 TEST(Host, IsNullOfNothing) {
     EXPECT_TRUE(Host().isNull());

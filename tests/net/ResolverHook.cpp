@@ -7,6 +7,9 @@
 namespace {
 
 thread_local bool refused = false;
+#ifdef QUILLMARK_TEST_REFUSES_ARRAYS
+thread_local std::size_t refusedSize = 0;
+#endif
 
 }  // namespace
 
@@ -15,6 +18,16 @@ extern "C" __attribute__((visibility("default"))) int __res_ninit(res_state stat
     static auto* const real = reinterpret_cast<int (*)(res_state)>(::dlsym(RTLD_NEXT, "__res_ninit"));
     return refused ? -1 : real(state);
 }
+
+#ifdef QUILLMARK_TEST_REFUSES_ARRAYS
+
+extern "C" void* __libc_calloc(std::size_t count, std::size_t size);
+
+extern "C" __attribute__((visibility("default"))) void* calloc(std::size_t count, std::size_t size) noexcept {
+    return size != 0 && size == refusedSize ? nullptr : ::__libc_calloc(count, size);
+}
+
+#endif
 
 namespace QuillmarkTest {
 
@@ -25,5 +38,17 @@ RefusedResolver::RefusedResolver() {
 RefusedResolver::~RefusedResolver() {
     refused = false;
 }
+
+#ifdef QUILLMARK_TEST_REFUSES_ARRAYS
+
+RefusedArrays::RefusedArrays(std::size_t elementSize) {
+    refusedSize = elementSize;
+}
+
+RefusedArrays::~RefusedArrays() {
+    refusedSize = 0;
+}
+
+#endif
 
 }  // namespace QuillmarkTest

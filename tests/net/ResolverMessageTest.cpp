@@ -196,37 +196,50 @@ TEST(ResolverMessage, HasFourSectionsInWireOrder) {
               "1: type=A, class=IN, name=ns.example, ttl=60, value=192.0.2.3\n");
 }
 
+// The fields are taken by their places: daemons were compiled with them.
 TEST(ResolverMessage, KeepsEveryFieldOfAQuestion) {
     ResolverMessage const message = parsed(header({1}) + question(name("x.example"), 33, 254));
-    ResolverMessage::Query const& query = message.queries().front();
-    EXPECT_EQ(query.type, Resolver::TypeUnknown);
-    EXPECT_EQ(query.recordClass, Resolver::ClassNONE);
-    EXPECT_EQ(query.name, "x.example");
-    EXPECT_EQ(query.dnsType, 33);
-    EXPECT_EQ(query.dnsClass, 254);
+    auto const& [type, recordClass, owner, dnsType, dnsClass] = message.queries().front();
+    EXPECT_EQ(type, Resolver::TypeUnknown);
+    EXPECT_EQ(recordClass, Resolver::ClassNONE);
+    EXPECT_EQ(owner, "x.example");
+    EXPECT_EQ(dnsType, 33);
+    EXPECT_EQ(dnsClass, 254);
 }
 
 TEST(ResolverMessage, KeepsEveryFieldOfARecord) {
     std::string const data = name("ns.example") + name("admin.example") + u32(1) + u32(2) + u32(0x80000003U) +
                              u32(4) + u32(0xffffffffU);
-    ResolverMessage const message = parsed(header({0, 1}) + record(name("example"), 6, data, 0xfffffffeU, 4));
-    ResolverMessage::Record const& record = message.answers().front();
-    EXPECT_EQ(record.type, Resolver::TypeSOA);
-    EXPECT_EQ(record.recordClass, Resolver::ClassHS);
-    EXPECT_EQ(record.name, "example");
-    EXPECT_EQ(record.ttl, 0xfffffffeU);
-    EXPECT_EQ(record.value, "");
-    EXPECT_EQ(record.mxRank, 0U);
-    EXPECT_EQ(record.mname, "ns.example");
-    EXPECT_EQ(record.rname, "admin.example");
-    EXPECT_EQ(record.serial, 1U);
-    EXPECT_EQ(record.refresh, 2U);
-    EXPECT_EQ(record.retry, 0x80000003U);
-    EXPECT_EQ(record.expire, 4U);
-    EXPECT_EQ(record.minimum, 0xffffffffU);
-    EXPECT_EQ(record.dnsType, 6);
-    EXPECT_EQ(record.dnsClass, 4);
-    EXPECT_EQ(record.rdata, data);
+    ResolverMessage const message =
+        parsed(header({0, 2}) + record(name("example"), 6, data, 0xfffffffeU, 4) +
+               record(name("example"), 15, u16(7) + name("mx.example"), 0x80000000U, 255));
+    {
+        auto const& [type, recordClass, owner, ttl, value, mxRank, mname, rname, serial, refresh, retry,
+                     expire, minimum, dnsType, dnsClass, rdata] = message.answers().front();
+        EXPECT_EQ(type, Resolver::TypeSOA);
+        EXPECT_EQ(recordClass, Resolver::ClassHS);
+        EXPECT_EQ(owner, "example");
+        EXPECT_EQ(ttl, 0xfffffffeU);
+        EXPECT_EQ(value, "");
+        EXPECT_EQ(mxRank, 0U);
+        EXPECT_EQ(mname, "ns.example");
+        EXPECT_EQ(rname, "admin.example");
+        EXPECT_EQ(serial, 1U);
+        EXPECT_EQ(refresh, 2U);
+        EXPECT_EQ(retry, 0x80000003U);
+        EXPECT_EQ(expire, 4U);
+        EXPECT_EQ(minimum, 0xffffffffU);
+        EXPECT_EQ(dnsType, 6);
+        EXPECT_EQ(dnsClass, 4);
+        EXPECT_EQ(rdata, data);
+    }
+    ResolverMessage::Record const& mx = message.answers().back();
+    EXPECT_EQ(mx.recordClass, Resolver::ClassANY);
+    EXPECT_EQ(mx.ttl, 0x80000000U);
+    EXPECT_EQ(mx.value, "mx.example");
+    EXPECT_EQ(mx.mxRank, 7U);
+    EXPECT_EQ(mx.mname + mx.rname, "");
+    EXPECT_EQ(mx.serial + mx.refresh + mx.retry + mx.expire + mx.minimum, 0U);
 }
 
 TEST(ResolverMessage, PrintsRecordsByTheirType) {
@@ -260,6 +273,21 @@ TEST(ResolverMessage, PrintsRecordsByTheirType) {
          "type=A, class=Unknown, name=x.example, ttl=60, value=1.1.1.1\n"},
     };
     for (auto const& [wire, text] : rows) EXPECT_EQ(answered(wire), text);
+}
+
+TEST(ResolverMessage, PrintsQuestionsByTheirType) {
+    struct {
+        unsigned int type;
+        unsigned int recordClass;
+        char const* text;
+    } const rows[] = {
+        {15, 254, "type=MX, class=NONE"},      {99, 2, "type=SPF, class=CS"},
+        {255, 255, "type=ANY, class=ANY"},     {33, 1, "type=Unknown, class=IN"},
+        {0, 0, "type=Unknown, class=Unknown"},
+    };
+    for (auto const& [type, recordClass, text] : rows)
+        EXPECT_EQ(printed(parsed(header({1}) + question(name("x.example"), type, recordClass))),
+                  "Queries:\n1: "s + text + ", name=x.example\n");
 }
 
 TEST(ResolverMessage, PrintsTextsUpToANulAndEscapesNothing) {
@@ -373,11 +401,13 @@ TEST(ResolverMessage, KeepsWhatStoodBeforeAFaultAndLogsTheFaultOnce) {
 // Kept for the daemons: the class is read unchecked.
 TEST(ResolverMessage, TakesAQuestionWithoutItsClass) {
     LogRecorder const events;
-    ResolverMessage const message = parsed(header({1, 1}) + name("a.example") + u16(16));
-    ASSERT_EQ(message.queries().size(), 1U);
-    EXPECT_EQ(message.queries().front().type, Resolver::TypeTXT);
-    EXPECT_EQ(message.queries().front().dnsClass, 0);
-    EXPECT_TRUE(message.answers().empty());
+    for (auto const& [rest, dnsClass] : {std::pair{""s, 0}, {"\1"s, 0x0100}, {"\0"s, 0}, {"\1\2"s, 0x0102}}) {
+        ResolverMessage const message = parsed(header({1, 1}) + name("a.example") + u16(16) + rest);
+        ASSERT_EQ(message.queries().size(), 1U) << dnsClass;
+        EXPECT_EQ(message.queries().front().type, Resolver::TypeTXT);
+        EXPECT_EQ(message.queries().front().dnsClass, dnsClass);
+        EXPECT_TRUE(message.answers().empty());
+    }
     EXPECT_EQ(events.text(), "");
 }
 
@@ -549,6 +579,11 @@ TEST(ResolverMessage, FindsTheFirstNameOfItsAnswers) {
     EXPECT_EQ(message.getCanonicalName().asString(), "first.example.com");
     EXPECT_EQ(message.getHostname().asString(), "ptr.example.com");
     EXPECT_EQ(&message.getHostname(), &message.getHostname());
+    EXPECT_EQ(&message.getCanonicalName(), &message.getCanonicalName());
+    // Bytes that a strict name has not are no reason to go on.
+    ResolverMessage const loose = parsed(header({0, 2}) + record(owner, 5, name("a b.example.com")) +
+                                         record(owner, 5, name("c.example.com")));
+    EXPECT_EQ(loose.getCanonicalName().asString(), "a b.example.com");
 
     ResolverMessage const none =
         parsed(header({0, 1, 2}) + record(owner, 5, name("no-domain")) +

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <functional>
 #include <thread>
+#include <type_traits>
 
 #include "tests/net/DnsResponder.h"
 #include "tests/net/ResolverHook.h"
@@ -39,6 +40,8 @@ void onThread(std::function<void()> const& action) {
 }
 
 }  // namespace
+
+static_assert(std::has_virtual_destructor_v<Resolver>);
 
 TEST(Resolver, IsOneForTheProcess) {
     Resolver* other = nullptr;
@@ -222,17 +225,59 @@ TEST(Resolver, TakesAnswersOfEverySizeUpToItsOwn) {
     }
 }
 
+// What a server that means well never sends.
 TEST(Resolver, KeepsWhatACorruptAnswerBeginsWith) {
+    std::string const good = record(pointer(12), 1, address192);
+    std::string const badName = "Resolver::ParseName( 5 ) , Resolver \"OutOfBounds name index\"";
+    std::string const badRecord = "Resolver::resourceRecordParse( 5 ) , Resolver \"Packet is corrupt\"";
+    struct {
+        char const* what;
+        Counts counts;
+        std::string records;
+        std::size_t answers;
+        std::string failure;
+    } const rows[] = {
+        {"a record that breaks off", {1, 3}, good + pointer(12) + "\0"s, 1, badRecord},
+        {"more answers than there are", {1, 65535}, good, 1, ""},
+        {"fewer answers than there are", {1, 1}, good + good, 1, ""},
+        {"answers counted as another's", {1, 1, 65535, 65535}, good + good, 1, ""},
+        {"a name that points to itself", {1, 2}, good + record(pointer(43), 1, address192), 1, badName},
+        {"two names that point to each other",
+         {1, 2},
+         good + record(pointer(45) + pointer(43), 1, ""),
+         1,
+         badName},
+        {"a name that leaves the message", {1, 2}, good + record(pointer(0x3fff), 1, address192), 1, badName},
+        {"data that leaves the message",
+         {1, 2},
+         good + pointer(12) + u16(1) + u16(1) + u32(1) + u16(5) + "1234",
+         1,
+         badRecord},
+    };
+    for (auto const& row : rows) {
+        DnsResponder server("127.0.0.1",
+                            [&](Asked const& asked) { return response(asked, row.counts, row.records); });
+        server.serveThisThread();
+        LogRecorder const events;
+        ResolverMessage const message = Resolver::instance()->submit(1, 1, "a.example");
+        EXPECT_EQ(message.answers().size(), row.answers) << row.what;
+        EXPECT_EQ(message.resolve_error(), 0) << row.what;
+        EXPECT_EQ(events.text(),
+                  row.failure.empty()
+                      ? ""
+                      : "300006d void Quillmark::ResolverMessageImpl::parse()|" + row.failure + "\n")
+            << row.what;
+    }
+}
+
+TEST(Resolver, FailsWhereAServerCountsNoAnswers) {
     DnsResponder server("127.0.0.1", [](Asked const& asked) {
-        return response(asked, {1, 3}, record(pointer(12), 1, address192) + pointer(12) + "\0"s);
+        return response(asked, {1, 0}, record(pointer(12), 1, address192));
     });
     server.serveThisThread();
-    LogRecorder const events;
-    EXPECT_EQ(Resolver::instance()->submit(1, 1, "a.example").answers().size(), 1U);
-    EXPECT_EQ(
-        events.text(),
-        "300006d void Quillmark::ResolverMessageImpl::parse()|Resolver::resourceRecordParse( 5 ) , Resolver "
-        "\"Packet is corrupt\"\n");
+    ResolverMessage const message = Resolver::instance()->submit(1, 1, "a.example");
+    EXPECT_TRUE(message.isEmpty());
+    EXPECT_EQ(message.resolve_error(), NO_DATA);
 }
 
 TEST(Resolver, FindsAnAddress) {
