@@ -10,6 +10,8 @@
 #include <span>
 #include <string_view>
 
+#include "foundation/AddressText.h"
+#include "foundation/ByteSet.h"
 #include "foundation/Fail.h"
 #include "include2/IPAddressMask"
 
@@ -37,9 +39,12 @@ bool hasEmbeddedNul(std::string const& text) {
     return text.find('\0') != std::string::npos;
 }
 
+constexpr ByteSet numberBytes = digitBytes | ByteSet{"abcdefABCDEFxX."};
+
 bool isV4Number(std::string_view text) {
-    constexpr std::string_view allowed{"0123456789abcdefABCDEFxX."};
-    if (text.size() <= 5 || text.find_first_not_of(allowed) != std::string_view::npos) return false;
+    if (text.size() <= 5 ||
+        !std::all_of(text.begin(), text.end(), [](char c) { return numberBytes.contains(c); }))
+        return false;
     auto const dots = std::count(text.begin(), text.end(), '.');
     return dots == 0 || dots == 3;
 }
@@ -55,9 +60,8 @@ std::string textOf(ip_addr_t const& address, bool dotted) {
 std::string reversedV4(Bytes bytes) {
     std::array<std::uint8_t, 4> reversed{};
     std::reverse_copy(bytes.begin(), bytes.begin() + 4, reversed.begin());
-    std::array<char, textSize> text{};
-    ::inet_ntop(AF_INET, reversed.data(), text.data(), textSize);
-    return text.data();
+    std::array<char, longestDottedQuad + 1> text;
+    return {text.data(), writeDottedQuad(reversed.data(), text.data())};
 }
 
 std::string reversedV6(Bytes bytes) {
@@ -201,12 +205,12 @@ bool IPAddress::operator<(IPAddress const& other) const {
 }
 
 bool IPAddress::isValidIPAddress(std::string const& text) noexcept {
-    in6_addr address{};
+    std::array<std::uint8_t, 16> address;
     if (text.find(':') != std::string::npos)
-        return !hasEmbeddedNul(text) && ::inet_pton(AF_INET6, text.c_str(), &address) == 1;
+        return !hasEmbeddedNul(text) && readGroups(text.c_str(), address.data());
     in_addr number{};
     return isV4Number(text) &&
-           (::inet_pton(AF_INET, text.c_str(), &number) == 1 || ::inet_aton(text.c_str(), &number) != 0);
+           (readDottedQuad(text.c_str(), address.data()) || ::inet_aton(text.c_str(), &number) != 0);
 }
 
 IPAddress IPAddress::asIPv4(IPAddress const& address) {

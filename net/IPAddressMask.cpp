@@ -1,6 +1,7 @@
 #include "include2/IPAddressMask"
 
 #include <algorithm>
+#include <array>
 #include <boost/make_shared.hpp>
 #include <cstring>
 #include <ostream>
@@ -16,9 +17,38 @@ constexpr Site here{"IPAddressMask", 0};
 // The size of the text buffer: the longest text of a valid mask with its end, and some.
 constexpr std::size_t textSize = 48;
 
-constexpr char const* privateNetworks[] = {
-    "10.0.0.0/8", "169.254.0.0/16", "172.16.0.0/12", "192.168.0.0/16", "127.0.0.0/8",
+struct PrivateNetwork {
+    char const* text;
+    std::uint32_t prefix;
+    unsigned int bits;
 };
+
+constexpr PrivateNetwork privateNetworks[] = {
+    {"10.0.0.0/8", 0x0a000000, 8},      {"169.254.0.0/16", 0xa9fe0000, 16}, {"172.16.0.0/12", 0xac100000, 12},
+    {"192.168.0.0/16", 0xc0a80000, 16}, {"127.0.0.0/8", 0x7f000000, 8},
+};
+
+/// The one network in which addresses with a certain first byte may lie: those that are the prefix under
+/// the mask. There is none where no address is.
+struct Candidate {
+    std::uint32_t mask;
+    std::uint32_t prefix;
+};
+
+constexpr auto candidates = [] {
+    std::array<Candidate, 256> byFirstByte{};
+    byFirstByte.fill({0, 1});
+    for (auto const& network : privateNetworks)
+        byFirstByte[network.prefix >> 24] = {~std::uint32_t{0} << (32 - network.bits), network.prefix};
+    return byFirstByte;
+}();
+
+bool isPrivateV4(std::uint8_t const* address) {
+    std::uint32_t word = 0;
+    std::memcpy(&word, address, sizeof word);
+    Candidate const& candidate = candidates[address[0]];
+    return (ntohl(word) & candidate.mask) == candidate.prefix;
+}
 
 bool parse(std::string const& text, ip_mask_t& mask) {
     return text.find('\0') == std::string::npos && quill_string_to_ipmask(text.c_str(), &mask) == 0;
@@ -190,7 +220,7 @@ std::ostream& operator<<(std::ostream& out, IPAddressMask const& mask) {
 }
 
 PrivateNetworkIdentifier::PrivateNetworkIdentifier() {
-    for (char const* const network : privateNetworks) m_networks.emplace_back(std::string(network));
+    for (auto const& network : privateNetworks) m_networks.emplace_back(std::string(network.text));
 }
 
 PrivateNetworkIdentifier::~PrivateNetworkIdentifier() = default;
@@ -201,6 +231,7 @@ PrivateNetworkIdentifier* PrivateNetworkIdentifier::instance() {
 }
 
 bool PrivateNetworkIdentifier::isPrivateAddress(IPAddress const& address) const {
+    if (address.isV4()) return isPrivateV4(address.m_impl->asIpAddr().address);
     return std::any_of(m_networks.begin(), m_networks.end(),
                        [&](IPAddressMask const& network) { return network.matches(address); });
 }

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstring>
 #include <string>
 #include <string_view>
 
+#include "foundation/AddressText.h"
 #include "platform/quill_ip.h"
 
 static_assert(sizeof(ip_addr_t) == 20 && sizeof(ip_mask_t) == 24, "the layout is known to every daemon");
@@ -36,106 +38,64 @@ unsigned int widthOf(std::uint32_t family) {
 
 // An IPv4 number in the looser forms of inet_aton that are not mistaken for something else: four parts
 // or one, of decimal, octal or hexadecimal digits, and no fewer than six characters.
-bool isIpv4Number(std::string_view text) {
-    constexpr std::string_view allowed{"0123456789abcdefABCDEFxX."};
-    if (text.size() <= 5 || text.find_first_not_of(allowed) != std::string_view::npos) return false;
-    auto const dots = std::count(text.begin(), text.end(), '.');
-    return dots == 0 || dots == 3;
+bool isIpv4Number(char const* text) {
+    std::size_t length = 0, dots = 0;
+    for (; text[length] != '\0'; ++length) {
+        char const c = text[length];
+        if (c == '.')
+            ++dots;
+        else if (!Quillmark::isHexDigit(c) && c != 'x' && c != 'X')
+            return false;
+    }
+    return length > 5 && (dots == 0 || dots == 3);
 }
 
-// The text of an address or a mask while it is put together; the longest is that of an IPv6 mask with a
-// length of ten digits.
-class Text {
-public:
-    void put(char c) { m_bytes[m_length++] = c; }
-    void put(std::string_view text) {
-        for (char const c : text) put(c);
+// Every form of an address but the dotted quad.
+[[gnu::noinline]] bool readOtherForms(char const* text, ip_addr_t& address) {
+    in_addr number{};
+    if (Quillmark::readGroups(text, address.address)) {
+        address.family = ipv6;
+    } else if (isIpv4Number(text) && ::inet_aton(text, &number) != 0) {
+        address.family = ipv4;
+        std::memcpy(address.address, &number, sizeof number);
     }
-    void putNumber(std::uint32_t number, std::uint32_t base) {
-        std::array<char, 10> digits{};
-        auto first = digits.end();
-        do *--first = "0123456789abcdef"[number % base];
-        while ((number /= base) != 0);
-        put(std::string_view(first, static_cast<std::size_t>(digits.end() - first)));
-    }
-
-    // Copies the text, terminated, and gives the buffer; a buffer that is too small stays as it was.
-    char* copyTo(char* buffer, std::size_t size) const {
-        if (size <= m_length) return nullptr;
-        std::copy_n(m_bytes.begin(), m_length, buffer);
-        buffer[m_length] = '\0';
-        return buffer;
-    }
-
-private:
-    std::array<char, 39 + 1 + 10> m_bytes;
-    std::size_t m_length = 0;
-};
-
-void putDottedQuad(Text& out, std::uint8_t const* bytes) {
-    for (int i = 0; i < 4; ++i) {
-        if (i != 0) out.put('.');
-        out.putNumber(bytes[i], 10);
-    }
+    return address.family != 0;
 }
 
-struct Run {
-    int begin = 0, length = 0;
-};
+// The longest text: of an IPv6 mask with a length of ten digits.
+using Text = std::array<char, Quillmark::longestGroups + 1 + 10 + 1>;
 
-// The groups of zeros that "::" stands for: the longest run, the first of equals, never a single group
-// (RFC 5952, section 4.2).
-Run longestZeroRun(std::uint16_t const (&groups)[8]) {
-    Run longest;
-    for (int i = 0; i < 8; ++i) {
-        Run run{i, 0};
-        while (i < 8 && groups[i] == 0) ++i, ++run.length;
-        if (run.length > longest.length) longest = run;
-    }
-    return longest.length > 1 ? longest : Run();
+constexpr std::string_view mappedText{"::ffff:"};
+
+// Writes the text of an address, of which the caller has excluded that it has none.
+// @return its length
+std::size_t writeAddress(ip_addr_t const& address, bool dotted, char* text) {
+    if (address.family == ipv4) return Quillmark::writeDottedQuad(address.address, text);
+    if (!dotted || !isMapped(address)) return Quillmark::writeGroups(address.address, text);
+    std::memcpy(text, mappedText.data(), mappedText.size());
+    return mappedText.size() +
+           Quillmark::writeDottedQuad(address.address + mappedPrefixSize, text + mappedText.size());
 }
 
-void putGroups(Text& out, std::uint8_t const* bytes) {
-    std::uint16_t groups[8];
-    for (std::uint16_t& group : groups) {
-        group = static_cast<std::uint16_t>(bytes[0] << 8 | bytes[1]);
-        bytes += 2;
-    }
-    Run const zeros = longestZeroRun(groups);
-    bool separated = true;
-    for (int i = 0; i < 8;) {
-        if (zeros.length != 0 && i == zeros.begin) {
-            out.put("::");
-            separated = true;
-            i += zeros.length;
-            continue;
-        }
-        if (!separated) out.put(':');
-        out.putNumber(groups[i++], 16);
-        separated = false;
-    }
+// Copies a text, terminated, and gives the buffer; a buffer that is too small stays as it was.
+char* copyText(Text const& text, std::size_t length, char* buffer, std::size_t size) {
+    if (size <= length) return nullptr;
+    std::memcpy(buffer, text.data(), length);
+    buffer[length] = '\0';
+    return buffer;
 }
 
-bool putAddress(Text& out, ip_addr_t const& address, bool dotted) {
-    if (address.family == ipv4) {
-        putDottedQuad(out, address.address);
-    } else if (dotted && isMapped(address)) {
-        out.put("::ffff:");
-        putDottedQuad(out, address.address + mappedPrefixSize);
-    } else if (address.family == ipv6) {
-        putGroups(out, address.address);
-    } else {
-        return false;
-    }
-    return true;
+std::uint32_t wordAt(std::uint8_t const* bytes) {
+    std::uint32_t word = 0;
+    std::memcpy(&word, bytes, sizeof word);
+    return ntohl(word);
 }
 
 // Whether the first bits agree.
 bool samePrefix(std::uint8_t const* a, std::uint8_t const* b, unsigned int bits) {
-    std::size_t const bytes = bits / 8;
-    if (std::memcmp(a, b, bytes) != 0) return false;
-    unsigned int const rest = bits % 8;
-    return rest == 0 || ((a[bytes] ^ b[bytes]) >> (8 - rest)) == 0;
+    for (; bits >= 32; bits -= 32, a += 4, b += 4)
+        if (wordAt(a) != wordAt(b)) return false;
+    return bits == 0 || ((wordAt(a) ^ wordAt(b)) >> (32 - bits)) == 0;
 }
 
 // Decimal digits for a number up to the limit, or a number past the limit.
@@ -153,26 +113,26 @@ std::uint32_t prefixLength(std::string_view text, std::uint32_t limit) {
 
 // The length that a netmask like 255.255.240.0 stands for. One with a hole is no netmask.
 bool netmaskLength(char const* text, std::uint32_t& bits) {
-    in_addr netmask{};
-    if (::inet_pton(AF_INET, text, &netmask) != 1) return false;
-    std::uint32_t const ones = ntohl(netmask.s_addr);
+    std::uint8_t netmask[4];
+    if (!Quillmark::readDottedQuad(text, netmask)) return false;
+    std::uint32_t const ones = wordAt(netmask);
     std::uint32_t const zeros = ~ones;
     if ((zeros & (zeros + 1)) != 0) return false;
     bits = static_cast<std::uint32_t>(__builtin_popcount(ones));
     return true;
 }
 
-bool readMask(std::string const& text, ip_mask_t& mask) {
-    std::size_t const slash = text.find('/');
-    if (quill_string_to_ip(text.substr(0, slash).c_str(), &mask.address) != 1) return false;
-    std::uint32_t const width = widthOf(mask.address.family);
-    if (slash == std::string::npos) {
-        mask.bits = width;
+bool readMask(char const* text, ip_mask_t& mask) {
+    char const* const slash = std::strchr(text, '/');
+    if (!slash) {
+        if (quill_string_to_ip(text, &mask.address) != 1) return false;
+        mask.bits = widthOf(mask.address.family);
         return true;
     }
-    std::string const length = text.substr(slash + 1);
-    if (mask.address.family == ipv4 && length.find('.') != std::string::npos)
-        return netmaskLength(length.c_str(), mask.bits);
+    if (quill_string_to_ip(std::string(text, slash).c_str(), &mask.address) != 1) return false;
+    char const* const length = slash + 1;
+    if (mask.address.family == ipv4 && std::strchr(length, '.')) return netmaskLength(length, mask.bits);
+    std::uint32_t const width = widthOf(mask.address.family);
     mask.bits = prefixLength(length, width);
     return mask.bits <= width;
 }
@@ -183,24 +143,19 @@ int quill_string_to_ip(char const* text, ip_addr_t* address) {
     if (!address) return 0;
     *address = {};
     if (!text) return 0;
-    in_addr number{};
-    in6_addr groups{};
-    if (::inet_pton(AF_INET, text, &number) == 1 || (isIpv4Number(text) && ::inet_aton(text, &number) != 0)) {
-        address->family = ipv4;
-        std::memcpy(address->address, &number, sizeof number);
-    } else if (::inet_pton(AF_INET6, text, &groups) == 1) {
-        address->family = ipv6;
-        std::memcpy(address->address, &groups, sizeof groups);
-    } else {
-        return 0;
-    }
+    if (!Quillmark::readDottedQuad(text, address->address)) return readOtherForms(text, *address) ? 1 : 0;
+    address->family = ipv4;
     return 1;
 }
 
 char* quill_ip_to_string(ip_addr_t const* address, char* buffer, size_t length, bool dotted) {
-    if (!address || !buffer) return nullptr;
-    Text out;
-    return putAddress(out, *address, dotted) ? out.copyTo(buffer, length) : nullptr;
+    if (!address || !buffer || widthOf(address->family) == 0) return nullptr;
+    if (address->family == ipv4 && length > Quillmark::longestDottedQuad) {
+        Quillmark::writeDottedQuad(address->address, buffer);
+        return buffer;
+    }
+    Text text;
+    return copyText(text, writeAddress(*address, dotted, text.data()), buffer, length);
 }
 
 int quill_ip_compare(ip_addr_t const* a, ip_addr_t const* b) {
@@ -218,12 +173,12 @@ int quill_string_to_ipmask(char const* text, ip_mask_t* mask) {
 }
 
 char* quill_ipmask_to_string(ip_mask_t const* mask, char* buffer, size_t length) {
-    if (!mask || !buffer) return nullptr;
-    Text out;
-    if (!putAddress(out, mask->address, true)) return nullptr;
-    out.put('/');
-    out.putNumber(mask->bits, 10);
-    return out.copyTo(buffer, length);
+    if (!mask || !buffer || widthOf(mask->address.family) == 0) return nullptr;
+    Text text;
+    char* end = text.data() + writeAddress(mask->address, true, text.data());
+    *end++ = '/';
+    end = std::to_chars(end, text.data() + text.size(), mask->bits).ptr;
+    return copyText(text, static_cast<std::size_t>(end - text.data()), buffer, length);
 }
 
 int quill_ipmask_compare(ip_mask_t const* a, ip_mask_t const* b) {

@@ -22,7 +22,8 @@ namespace {
 
 using namespace Quillmark;
 
-constexpr std::size_t count = 1024;
+// So many that the processor does not learn them by heart.
+constexpr std::size_t count = 8192;
 
 std::vector<ip_addr_t> v4Addresses() {
     bench::Random random(4);
@@ -125,9 +126,11 @@ Cidr cidr(CIDR* made) {
 // One address in four is private, spread over the networks, in values made before.
 void comparePrivate() {
     std::string const path = "private-network test";
+    constexpr std::size_t few = 1024;
     auto records = v4Addresses();
+    records.resize(few);
     static constexpr std::uint8_t beginnings[][2] = {{10, 1}, {169, 254}, {172, 20}, {192, 168}, {127, 0}};
-    for (std::size_t i = 0; i < count; i += 4) std::copy_n(beginnings[i / 4 % 5], 2, records[i].address);
+    for (std::size_t i = 0; i < few; i += 4) std::copy_n(beginnings[i / 4 % 5], 2, records[i].address);
 
     std::vector<IPAddress> addresses;
     std::vector<Cidr> cidrs, networks;
@@ -145,7 +148,7 @@ void comparePrivate() {
             return cidr_contains(network.get(), address) == 0;
         });
     };
-    for (std::size_t i = 0; i < count; ++i)
+    for (std::size_t i = 0; i < few; ++i)
         bench::agree(IPAddress::isPrivateAddress(addresses[i]) == isPrivate(cidrs[i].get()), path);
 
     auto const ours = [addresses] {
@@ -158,8 +161,8 @@ void comparePrivate() {
         for (auto const& address : cidrs) found += isPrivate(address.get()) ? 1 : 0;
         return found;
     };
-    bench::contestant(path, "quillmark", ours, 0, count);
-    bench::contestant(path, "libcidr", theirs, 0, count);
+    bench::contestant(path, "quillmark", ours, 0, few);
+    bench::contestant(path, "libcidr", theirs, 0, few);
 }
 
 }  // namespace

@@ -26,6 +26,7 @@ fs::path const house = QUILLMARK_SOURCE_DIR;
 
 /// Files that stand on another floor than their folder.
 std::map<std::string, Place> const placesOfFiles = {
+    {"foundation/AddressText", {0, "platform"}},
     {"foundation/RefCounted", {1, "foundation"}},
     {"foundation/Exception", {1, "foundation"}},
     {"foundation/Fail", {1, "foundation"}},

@@ -371,6 +371,18 @@ TEST(PrivateNetworkIdentifier, KnowsTheFiveNetworks) {
         EXPECT_EQ(PrivateNetworkIdentifier::instance()->isPrivateAddress(address(text)), isPrivate) << text;
 }
 
+TEST(PrivateNetworkIdentifier, AgreesWithTheMasksOfTheFiveNetworks) {
+    std::list<IPAddressMask> masks;
+    for (std::string const network :
+         {"10.0.0.0/8", "169.254.0.0/16", "172.16.0.0/12", "192.168.0.0/16", "127.0.0.0/8"})
+        masks.emplace_back(network);
+    IPAddressMask const networks(masks);
+    for (unsigned int beginning = 0; beginning < 65536; ++beginning) {
+        IPAddress const one(beginning << 16 | (beginning * 40503U & 0xffffU), false);
+        ASSERT_EQ(PrivateNetworkIdentifier::instance()->isPrivateAddress(one), networks.matches(one)) << one;
+    }
+}
+
 TEST(PrivateNetworkIdentifier, KnowsIpv6AddressesOnlyWhereTheyMapPrivateOnes) {
     for (auto const& [text, isPrivate] : std::vector<std::pair<char const*, bool>>{{"::1", false},
                                                                                    {"fc00::1", false},
