@@ -32,7 +32,7 @@ TEST(ProgressText, ShowsABarWhatWasDoneAndWhatIsLeft) {
          {1000, 5000000, 12},
          10000000,
          2,
-         70,
+         68,
          " 50%  1000 messages  500/s  2.5 MB/s  2 s left  12 flagged"},
         {"too narrow", {1000, 5000000, 12}, 10000000, 2, 30, " 50%  1000 messages  500/s  2."},
         {"nothing yet",
