@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <array>
 #include <list>
 
@@ -88,7 +89,10 @@ public:
 
     void read(Mime::Message const& message, std::size_t leaf, ExamineOptions const& options) {
         Mime::Leaf const& part = message.leaves()[leaf];
-        SwapBufferMediaOut body(options.memory, options.swapTemplate.c_str());
+        // A small part needs no large cache, which is made anew for every part.
+        auto const memory =
+            static_cast<unsigned int>(std::min<std::uint64_t>(options.memory, message.size(leaf)));
+        SwapBufferMediaOut body(memory, options.swapTemplate.c_str());
         bool const whole =
             message.read(leaf, [&](auto const* bytes, auto count) { body.write(bytes, count); });
         if (!whole) m_report.error = "the file could not be read to the end of the part";
@@ -108,7 +112,7 @@ public:
 
 private:
     void take(MediaIn& in, bool isText) {
-        std::array<unsigned char, 16384> block{};
+        std::array<unsigned char, 16384> block;  // written before it is read
         for (;;) {
             int count = 0;
             try {

@@ -6,6 +6,7 @@
 #include <array>
 #include <charconv>
 #include <set>
+#include <unordered_map>
 
 #include "include2/HostName"
 #include "include2/IPAddress"
@@ -84,15 +85,28 @@ struct Host {
 
 Host hostOf(std::string const& name) {
     Host host;
-    HostName const parsed(name, false, false);
+    HostName const parsed(name, true, false);
     if (parsed.isNull()) return host;
     host.isAddress = parsed.isIPAddress();
     if (host.isAddress)
         host.isPrivate = isPrivateAddress(IPAddress(parsed.asString()));
     else
-        host.domain = registeredDomain(name);
+        host.domain = parsed.domain().empty() ? parsed.asString() : parsed.domain();
     return host;
 }
+
+/// Hosts that were looked at already: many links of a message lead to one host.
+class Hosts {
+public:
+    Host const& operator[](std::string const& name) {
+        auto const [place, isNew] = m_hosts.try_emplace(name);
+        if (isNew) place->second = hostOf(name);
+        return place->second;
+    }
+
+private:
+    std::unordered_map<std::string, Host> m_hosts;
+};
 
 /// A value that stands on a line of its own: what would end the line is replaced.
 std::string onOneLine(std::string text) {
@@ -246,8 +260,9 @@ Verdict Judge::judge(Features const& features) const {
     std::string const own = registeredDomain(features.sender);
     std::string firstStranger;
     bool speaksForSender = false;
+    Hosts hosts;
     for (Features::Link const& link : features.links) {
-        Host const host = hostOf(link.host);
+        Host const& host = hosts[link.host];
         if (host.isAddress) offends(host.isPrivate ? Rule::PrivateLink : Rule::IpLink, link.host);
         if (link.hasUser) offends(Rule::UserInLink, link.host);
         if (mixesScripts(link.host)) offends(Rule::MixedScripts, link.host);

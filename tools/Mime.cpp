@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
+#include <optional>
 #include <utility>
 
 namespace QuillmarkTool::Mime {
@@ -39,13 +41,71 @@ std::string lower(std::string text) {
     return text;
 }
 
-std::string unfolded(char const* raw) {
+std::string unfolded(std::string_view raw) {
+    std::size_t const first = raw.find_first_not_of(" \t\r\n");
+    if (first == std::string_view::npos) return {};
+    raw = raw.substr(first, raw.find_last_not_of(" \t\r\n") - first + 1);
     std::string text;
-    for (char const* p = raw; p != nullptr && *p != '\0'; ++p)
-        if (*p != '\r' && *p != '\n') text.push_back(*p);
-    std::size_t const first = text.find_first_not_of(" \t");
-    if (first == std::string::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+    text.reserve(raw.size());
+    for (std::size_t end = 0; (end = raw.find('\n')) != std::string_view::npos; raw.remove_prefix(end + 1))
+        text.append(raw.substr(0, end));
+    text.append(raw);
+    std::erase(text, '\r');
+    return text;
+}
+
+/// A field of a header as it stands there.
+struct RawField {
+    std::size_t begin = 0;
+    std::size_t colon = 0;
+    std::size_t end = 0;  // behind its last line end
+};
+
+/// The fields of a header and where its empty line begins, when there is nothing unusual about any of its
+/// lines: what is has to be read by GMime, which knows what others make of it.
+std::optional<std::vector<RawField>> plainHeader(std::string_view text) {
+    std::vector<RawField> fields;
+    for (std::size_t at = 0;;) {
+        std::size_t const lineEnd = text.find('\n', at);
+        if (lineEnd == std::string_view::npos) return std::nullopt;
+        std::string_view line = text.substr(at, lineEnd - at);
+        if (line.ends_with('\r')) line.remove_suffix(1);
+        if (line.empty()) break;
+        if (line.find('\r') != std::string_view::npos || line.find('\0') != std::string_view::npos)
+            return std::nullopt;
+        if (line.front() == ' ' || line.front() == '\t') {
+            if (fields.empty() || line.find_first_not_of(" \t") == std::string_view::npos)
+                return std::nullopt;
+        } else {
+            std::size_t length = 0;
+            while (length < line.size() && line[length] > 0x20 && line[length] < 0x7f && line[length] != ':')
+                ++length;
+            if (length == 0 || length == line.size() || line[length] != ':') return std::nullopt;
+            fields.push_back({at, at + length, 0});
+        }
+        at = lineEnd + 1;
+        fields.back().end = at;
+    }
+    if (fields.empty()) return std::nullopt;
+    return fields;
+}
+
+/// GMime decodes every field that it meets, and needs those about the content only. So these are moved to the end
+/// of the header, and it starts there. @return where
+std::size_t gatherContentFields(char* text, std::vector<RawField> const& fields) {
+    std::size_t begin = fields.back().end;
+    std::size_t const end = begin;
+    for (auto field = fields.rbegin(); field != fields.rend(); ++field) {
+        static constexpr std::string_view prefix = "content-";
+        bool const isAboutContent =
+            field->colon - field->begin > prefix.size() &&
+            g_ascii_strncasecmp(text + field->begin, prefix.data(), prefix.size()) == 0;
+        if (!isAboutContent) continue;
+        std::size_t const length = field->end - field->begin;
+        begin -= length;
+        std::memmove(text + begin, text + field->begin, length);
+    }
+    return begin == end ? fields.back().begin : begin;  // no header is no message: any field, then
 }
 
 /// The findings of the parser that mean a reader may not see what the sender wrote, or the reverse.
@@ -126,11 +186,11 @@ GMimeStream* readAtOnce(int descriptor, std::size_t memory) {
 }  // namespace
 
 struct Message::State {
-    Owned<GMimeMessage> message;
-    Owned<GMimePart> whole;  // instead of a message: text that is none
+    Owned<GMimeMessage> message;  // from an mbox
+    Owned<GMimeObject> root;      // the only one of its file, read as a part, or text that is no message
     std::vector<Field> fields;
     std::vector<Leaf> leaves;
-    std::vector<GMimePart*> parts;  // of the leaves, owned by the message
+    std::vector<GMimePart*> parts;  // of the leaves, owned by the message or the root
     std::vector<std::string> faults;
     std::int64_t offset = 0;
 
@@ -140,12 +200,15 @@ struct Message::State {
 };
 
 void Message::State::readFields() {
-    GMimeHeaderList* const list = g_mime_object_get_header_list(GMIME_OBJECT(message.get()));
+    GMimeObject* const object = message ? GMIME_OBJECT(message.get()) : root.get();
+    GMimeHeaderList* const list = g_mime_object_get_header_list(object);
     int const count = g_mime_header_list_get_count(list);
+    fields.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
         GMimeHeader* const header = g_mime_header_list_get_header_at(list, i);
+        char const* const rawValue = g_mime_header_get_raw_value(header);
         fields.push_back(
-            {textOf(g_mime_header_get_name(header)), unfolded(g_mime_header_get_raw_value(header))});
+            {textOf(g_mime_header_get_name(header)), unfolded(rawValue != nullptr ? rawValue : "")});
     }
 }
 
@@ -155,7 +218,7 @@ void Message::State::readLeaves() {
         GMimeObject* object;
         std::string number;  // of the object itself; empty for the outermost
     };
-    std::vector<Waiting> waiting{{g_mime_message_get_mime_part(message.get()), ""}};
+    std::vector<Waiting> waiting{{message ? g_mime_message_get_mime_part(message.get()) : root.get(), ""}};
     while (!waiting.empty()) {
         Waiting const next = std::move(waiting.back());
         waiting.pop_back();
@@ -168,10 +231,10 @@ void Message::State::readLeaves() {
         } else if (GMIME_IS_MESSAGE_PART(object)) {
             GMimeMessage* const inner = g_mime_message_part_get_message(GMIME_MESSAGE_PART(object));
             if (inner == nullptr) continue;
-            GMimeObject* const root = g_mime_message_get_mime_part(inner);
+            GMimeObject* const content = g_mime_message_get_mime_part(inner);
             std::string const number = next.number.empty() ? "1" : next.number;
-            bool const opens = root != nullptr && GMIME_IS_MULTIPART(root);
-            waiting.push_back({root, opens ? number : numbered(number, 1)});
+            bool const opens = content != nullptr && GMIME_IS_MULTIPART(content);
+            waiting.push_back({content, opens ? number : numbered(number, 1)});
         } else if (GMIME_IS_PART(object)) {
             parts.push_back(GMIME_PART(object));
             leaves.push_back(describe(parts.back(), next.number.empty() ? "1" : next.number));
@@ -181,12 +244,13 @@ void Message::State::readLeaves() {
 
 // What begins with no header is read as text all the same: it may be a message that lost its beginning.
 void Message::State::takeAsText(GMimeStream* text) {
-    whole.reset(g_mime_part_new_with_type("text", "plain"));
+    GMimePart* const whole = g_mime_part_new_with_type("text", "plain");
+    root.reset(GMIME_OBJECT(whole));
     Owned<GMimeDataWrapper> const content(
         g_mime_data_wrapper_new_with_stream(text, GMIME_CONTENT_ENCODING_DEFAULT));
-    g_mime_part_set_content(whole.get(), content.get());
-    parts.push_back(whole.get());
-    leaves.push_back(describe(whole.get(), "1"));
+    g_mime_part_set_content(whole, content.get());
+    parts.push_back(whole);
+    leaves.push_back(describe(whole, "1"));
 }
 
 Message::Message() : m_state(std::make_unique<State>()) {}
@@ -207,6 +271,13 @@ std::int64_t Message::offset() const {
     return m_state->offset;
 }
 
+std::uint64_t Message::size(std::size_t leaf) const {
+    GMimeDataWrapper* const content = g_mime_part_get_content(m_state->parts.at(leaf));
+    if (content == nullptr) return 0;
+    std::int64_t const length = g_mime_stream_length(g_mime_data_wrapper_get_stream(content));
+    return length < 0 ? UINT64_MAX : static_cast<std::uint64_t>(length);
+}
+
 bool Message::read(std::size_t leaf, Sink const& sink) const {
     GMimePart* const part = m_state->parts.at(leaf);
     GMimeDataWrapper* const content = g_mime_part_get_content(part);
@@ -220,7 +291,7 @@ bool Message::read(std::size_t leaf, Sink const& sink) const {
 
     GMimeStream* const stream = g_mime_data_wrapper_get_stream(content);
     if (g_mime_stream_reset(stream) != 0) return false;
-    std::array<char, 16384> block{};
+    std::array<char, 16384> block;  // written before it is read
     for (;;) {
         // At the end of a range of its file a stream gives -1, as it does for a read that fails.
         bool const end = g_mime_stream_eos(stream) != FALSE;
@@ -244,6 +315,7 @@ struct Reader::State {
     Owned<GMimeParser> parser;
     std::unique_ptr<GMimeParserOptions, FreeOptions> options;
     Faults faults;
+    std::vector<Field> fields;  // of a message whose header was read already
     bool mbox = false;
     bool done = false;
 
@@ -255,14 +327,30 @@ struct Reader::State {
         done = count == 0;
         mbox = count == 5 && std::string_view(start.data(), 5) == "From ";
         g_mime_stream_reset(stream.get());
+        if (!mbox && GMIME_IS_STREAM_MEM(stream.get())) readHeader();
         parser.reset(g_mime_parser_new_with_stream(stream.get()));
         g_mime_parser_set_format(parser.get(), mbox ? GMIME_FORMAT_MBOX : GMIME_FORMAT_MESSAGE);
         // Contents stay in the file until they are read: a large message costs no memory.
         g_mime_parser_set_persist_stream(parser.get(), TRUE);
     }
+    void readHeader();
     std::int64_t nextMarker(std::int64_t from);
     std::unique_ptr<Message::State> pastTheParser();
 };
+
+/// Reads the header of a message that stands in memory, if it is plain.
+void Reader::State::readHeader() {
+    GByteArray* const bytes = g_mime_stream_mem_get_byte_array(GMIME_STREAM_MEM(stream.get()));
+    auto* const text = reinterpret_cast<char*>(bytes->data);
+    auto const raw = plainHeader({text, bytes->len});
+    if (!raw) return;
+    fields.reserve(raw->size());
+    for (RawField const& field : *raw)
+        fields.push_back({std::string(text + field.begin, field.colon - field.begin),
+                          unfolded({text + field.colon + 1, field.end - field.colon - 1})});
+    g_mime_stream_seek(stream.get(), static_cast<gint64>(gatherContentFields(text, *raw)),
+                       GMIME_STREAM_SEEK_SET);
+}
 
 /// Where the next line that begins with "From " begins, or -1.
 std::int64_t Reader::State::nextMarker(std::int64_t from) {
@@ -321,13 +409,19 @@ bool Reader::next(Message& message) {
     if (state.done) return false;
     state.faults.texts.clear();
     auto next = std::make_unique<Message::State>();
-    next->message.reset(g_mime_parser_construct_message(state.parser.get(), state.options.get()));
-    if (!next->message) {
+    // A part keeps its header as it is, and the addresses are the library's to read. Only the reader of mailboxes
+    // knows no parts, and takes the addresses apart itself.
+    if (state.mbox)
+        next->message.reset(g_mime_parser_construct_message(state.parser.get(), state.options.get()));
+    else
+        next->root.reset(g_mime_parser_construct_part(state.parser.get(), state.options.get()));
+    if (!next->message && !next->root) {
         next = state.pastTheParser();
     } else {
         if (state.mbox) next->offset = g_mime_parser_get_mbox_marker_offset(state.parser.get());
         state.done = !state.mbox || g_mime_parser_eos(state.parser.get()) != FALSE;
-        next->readFields();
+        next->fields = std::move(state.fields);
+        if (next->fields.empty()) next->readFields();
         next->readLeaves();
     }
     next->faults = state.faults.texts;

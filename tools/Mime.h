@@ -52,6 +52,8 @@ public:
     std::vector<std::string> const& faults() const;
     /// Where the message begins in its file.
     std::int64_t offset() const;
+    /// How many bytes read() hands over at most, as far as that is known before; else the largest number.
+    std::uint64_t size(std::size_t leaf) const;
     /// Hands the content of a leaf to @p sink in blocks. Base64 arrives as it stands in the message;
     /// quoted-printable and uuencode arrive decoded, since the library has no decoders for them.
     /// @return false when the file could not be read to the part's end
