@@ -1,5 +1,6 @@
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
@@ -69,7 +70,7 @@ void runFor(
 /// What the manager tells, with the names "Job#1" and so on for its jobs in the order of the table.
 class Narration {
 public:
-    explicit Narration(Crontab& crontab) : m_former(std::cout.rdbuf(m_text.rdbuf())) {
+    explicit Narration(Crontab& crontab) : m_former(std::cout.rdbuf(&m_text)) {
         crontab.verbose() = 1;
         crontab.dump([](Job const& listed, void* self) { static_cast<Narration*>(self)->name(listed); },
                      this);
@@ -79,7 +80,7 @@ public:
     Narration& operator=(Narration const&) = delete;
 
     std::string text() const {
-        std::string result = m_text.str();
+        std::string result = m_text.flushed();
         for (auto const& [address, number] : m_names)
             for (std::size_t found = 0; (found = result.find(address, found)) != std::string::npos;)
                 result.replace(found, address.size(), std::to_string(number));
@@ -93,7 +94,24 @@ private:
         m_names.emplace(address.str(), m_names.size() + 1);
     }
 
-    std::ostringstream m_text;
+    /// Keeps what was flushed with each line.
+    class Lines : public std::stringbuf {
+    public:
+        std::string const& flushed() const { return m_flushed; }
+
+    protected:
+        int sync() override {
+            std::string const all = str();
+            if (std::count(all.begin(), all.end(), '\n') == ++m_flushes) m_flushed = all;
+            return 0;
+        }
+
+    private:
+        std::string m_flushed;
+        std::ptrdiff_t m_flushes = 0;
+    };
+
+    Lines m_text;
     std::map<std::string, std::size_t> m_names;
     std::streambuf* m_former;
 };

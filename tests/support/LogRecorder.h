@@ -18,7 +18,7 @@ namespace QuillmarkTest {
 /// The current logger as long as it lives. Threads: any may log.
 ///
 /// A line is the event's number in hexadecimal and its message, in which the byte 1 has become "|":
-/// "300006d where|what".
+/// "300006d where|what". A context, of which the library gives none, stands before the message.
 class LogRecorder : public Quillmark::Logger {
 public:
     LogRecorder() {
@@ -26,8 +26,6 @@ public:
         m_instance = this;
     }
     ~LogRecorder() override { m_instance = nullptr; }
-    using Logger::evt_log;
-    using Logger::evt_logv;
     int evt_log(int level, evt_log_args_t const& args, char const* format, ...) override {
         va_list list;
         va_start(list, format);
@@ -36,6 +34,16 @@ public:
         return result;
     }
     int evt_logv(int level, evt_log_args_t const& /*args*/, char const* format, va_list list) override {
+        return LogRecorder::evt_logv(level, static_cast<char const*>(nullptr), format, list);
+    }
+    int evt_log(int level, char const* context, char const* format, ...) override {
+        va_list list;
+        va_start(list, format);
+        int const result = LogRecorder::evt_logv(level, context, format, list);
+        va_end(list);
+        return result;
+    }
+    int evt_logv(int level, char const* context, char const* format, va_list list) override {
         char message[512];
         std::vsnprintf(message, sizeof message, format, list);
         for (char& c : message)
@@ -45,7 +53,7 @@ public:
         std::function<void()> then;
         {
             std::lock_guard const guard(m_lock);
-            m_lines.push_back(std::string(number) + message);
+            m_lines.push_back(std::string(number) + (context ? context : "") + message);
             then = m_afterwards;
             m_logged.notify_all();
         }
