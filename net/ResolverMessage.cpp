@@ -1,5 +1,6 @@
 #include "include2/Resolver"
 
+#include "foundation/AddressText.h"
 #include "foundation/Caught.h"
 #include "foundation/Fail.h"
 #include "net/WireReader.h"
@@ -29,10 +30,31 @@ constexpr std::size_t headerSize = 12;
 constexpr unsigned char authoritative = 0x04;  // bits of the header's third byte
 constexpr unsigned char truncated = 0x02;
 
-std::string addressText(int family, std::string_view bytes) {
+std::string v4Text(std::string_view bytes) {
+    std::array<char, longestDottedQuad + 1> text;
+    return {text.data(), writeDottedQuad(reinterpret_cast<std::uint8_t const*>(bytes.data()), text.data())};
+}
+
+std::string v6Text(std::string_view bytes) {
     std::array<char, INET6_ADDRSTRLEN> text{};
-    ::inet_ntop(family, bytes.data(), text.data(), text.size());
-    return text.data();
+    // The system writes some addresses that begin with zeros with a dotted quad.
+    if (bytes[0] == '\0' && bytes[1] == '\0') {
+        ::inet_ntop(AF_INET6, bytes.data(), text.data(), text.size());
+        return text.data();
+    }
+    return {text.data(), writeGroups(reinterpret_cast<std::uint8_t const*>(bytes.data()), text.data())};
+}
+
+/// Appends an entry and parses it where it stands. One that fails is no part of the list.
+template <class Entry, class Parse>
+void parseInto(std::list<Entry>& entries, Parse parse) {
+    Entry& entry = entries.emplace_back();
+    try {
+        parse(entry);
+    } catch (...) {
+        entries.pop_back();
+        throw;
+    }
 }
 
 // The layout of print(). Log readers and scripts go by it.
@@ -249,9 +271,7 @@ void ResolverMessageImpl::parseSections() {
     std::array<std::uint16_t, 4> counts{};
     std::memcpy(counts.data(), m_header + 4, sizeof counts);
     for (unsigned int i = 0; i < counts[0]; ++i) {
-        Query query;
-        queryParse(query);
-        m_queries.push_back(std::move(query));
+        parseInto(m_queries, [this](Query& query) { queryParse(query); });
     }
     parseRecords(counts[1], m_answers);
     parseRecords(counts[2], m_nameservers);
@@ -260,9 +280,7 @@ void ResolverMessageImpl::parseSections() {
 
 void ResolverMessageImpl::parseRecords(unsigned int count, std::list<Record>& records) {
     for (unsigned int i = 0; i < count && !m_reader->atEnd(); ++i) {
-        Record record;
-        resourceRecordParse(record);
-        records.push_back(std::move(record));
+        parseInto(records, [this](Record& record) { resourceRecordParse(record); });
     }
 }
 
@@ -312,12 +330,12 @@ void ResolverMessageImpl::resourceRecordParse(Record& record) {
 
 void ResolverMessageImpl::parseAddress(Record& record) {
     m_reader->need(sizeof(in_addr), "Resolver::parseAddress");
-    record.value = addressText(AF_INET, m_reader->bytes(sizeof(in_addr)));
+    record.value = v4Text(m_reader->bytes(sizeof(in_addr)));
 }
 
 void ResolverMessageImpl::parseAAAA(Record& record) {
     m_reader->need(sizeof(in6_addr), "Resolver::parseAAAA");
-    record.value = addressText(AF_INET6, m_reader->bytes(sizeof(in6_addr)));
+    record.value = v6Text(m_reader->bytes(sizeof(in6_addr)));
 }
 
 void ResolverMessageImpl::parseMX(Record& record) {

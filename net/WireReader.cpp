@@ -1,4 +1,7 @@
-// Names are what a hostile message would spend our time and memory with. Once a message has made us take
+// A name is put together in one pass over its labels. What a pointer led to is remembered by its place, so
+// that the many names of a message that end alike are copied and not read again.
+//
+// Names are also what a hostile message would spend our time and memory with. Once a message has made us take
 // more steps than it has bytes, the text of every place that a name goes over is kept, and a later name
 // that is pointed there takes it whole: from then on each place is walked once. And all names of a message
 // share an allowance.
@@ -37,22 +40,9 @@ void WireReader::length(std::size_t length) {
     assert(length <= m_array.size());
     m_length = length;
     m_steps = 0;
+    forget();
     m_kept = {};
     m_texts = {};
-}
-
-void WireReader::need(std::size_t count, char const* operation) const {
-    if (count > remaining()) failCorrupt(operation);
-}
-
-std::uint16_t WireReader::u16() noexcept {
-    unsigned int const high = u8();
-    return static_cast<std::uint16_t>(high << 8 | u8());
-}
-
-std::uint32_t WireReader::u32() noexcept {
-    std::uint32_t const high = u16();
-    return high << 16 | u16();
 }
 
 std::string_view WireReader::peek(std::size_t count) const {
@@ -67,6 +57,69 @@ std::string_view WireReader::bytes(std::size_t count) {
 }
 
 void WireReader::name(std::string& text) {
+    if (m_steps > m_length || !shortName(text)) anyName(text);
+}
+
+/// Reads a name of usual length that does not jump about. False leaves everything as it was, also for a
+/// name that is none.
+bool WireReader::shortName(std::string& text) {
+    constexpr std::size_t longestName = 512;
+    constexpr std::size_t mostJumps = 16;
+    std::array<char, longestName + longestLabel + 1> name;
+    std::size_t length = 0;
+    auto const dot = [&] {
+        if (length != 0) name[length++] = '.';
+    };
+
+    std::size_t at = m_offset;
+    std::size_t behind = 0;  // the name as it is stored here: behind its first pointer
+    std::size_t steps = 0;
+    std::size_t unknown = 0, unknownFrom = 0;  // the first place that was pointed at and not remembered
+    std::size_t jumps = 0;
+    for (;; ++steps) {
+        if (at >= m_length) return false;
+        std::size_t const count = m_array[at];
+        if (count == 0) break;
+        if (count <= longestLabel) {
+            if (count >= m_length - at || length > longestName - longestLabel) return false;
+            dot();
+            unsigned char const* const label = m_array.data() + at + 1;
+            // As many bytes as a label may have are copied faster than as many as this one has.
+            bool const whole = m_array.size() - at > longestLabel + 1;
+            std::memcpy(name.data() + length, label, whole ? longestLabel + 1 : count);
+            length += count;
+            at += 1 + count;
+            continue;
+        }
+        if (at + 1 >= m_length || ++jumps > mostJumps) return false;
+        if (behind == 0) behind = at + 2;
+        at = (count & longestLabel) << 8 | m_array[at + 1];
+        Remembered const& known = m_remembered[at % m_remembered.size()];
+        if (known.at == at && at != 0) {
+            if (known.length > longestName - length) return false;
+            if (known.length != 0) dot();
+            std::memcpy(name.data() + length, m_read.data() + known.begin, known.length);
+            length += known.length;
+            break;
+        }
+        if (unknown == 0) unknown = at, unknownFrom = length == 0 ? 0 : length + 1;
+    }
+    if (length >= nameAllowance - m_nameBytes) return false;
+
+    m_offset = behind != 0 ? behind : at + 1;
+    m_steps += steps;
+    if (length != 0) {
+        m_nameBytes += length + 1;
+        if (!text.empty()) text += '.';
+        text.append(name.data(), length);
+    }
+    if (unknown != 0)
+        remember(unknown, std::string_view(name.data(), length).substr(std::min(unknownFrom, length)));
+    return true;
+}
+
+/// Reads every name, and fails for what is none.
+void WireReader::anyName(std::string& text) {
     std::size_t const start = text.size();
     bool const keeping = m_steps > m_length;
     if (keeping) m_kept.resize(m_array.size());
@@ -94,6 +147,21 @@ void WireReader::name(std::string& text) {
     m_offset = behind != 0 ? behind : at + 1;
     m_steps += steps;
     if (!m_visits.empty()) keep(text, start);
+}
+
+void WireReader::remember(std::size_t at, std::string_view name) noexcept {
+    if (name.size() > m_read.size()) return;
+    if (name.size() > m_read.size() - m_readLength) forget();
+    std::memcpy(m_read.data() + m_readLength, name.data(), name.size());
+    m_remembered[at % m_remembered.size()] = {static_cast<std::uint16_t>(at),
+                                              static_cast<std::uint16_t>(m_readLength),
+                                              static_cast<std::uint16_t>(name.size())};
+    m_readLength += name.size();
+}
+
+void WireReader::forget() noexcept {
+    m_remembered.fill({});
+    m_readLength = 0;
 }
 
 /// Keeps what a name read from its start, for each place that it went over.
