@@ -41,6 +41,20 @@ private:
     std::string_view m_rest;
 };
 
+/// Hands over a text in pieces of 1 to @p longest bytes, as long as there are numbers for their lengths; then in
+/// pieces of @p longest bytes.
+template <class Take>
+void inPieces(std::string_view text, std::size_t longest, Input lengths, Take take) {
+    while (!text.empty()) {
+        std::string_view const piece = text.substr(0, lengths.empty() ? longest : lengths.number(1, longest));
+        take(reinterpret_cast<unsigned char const*>(piece.data()), static_cast<unsigned int>(piece.size()));
+        text.remove_prefix(piece.size());
+    }
+}
+inline Input noLengths() {
+    return {nullptr, 0};
+}
+
 /// As a person reads it: quoted, bytes that cannot be seen as \xNN, cut after some hundred.
 std::string shown(std::string_view text);
 inline std::string shown(std::string const& text) {
