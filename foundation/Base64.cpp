@@ -90,17 +90,7 @@ unsigned char lowByte(std::uint32_t bits) noexcept {
 
 }  // namespace
 
-void base64EncodeGroupsPlain(unsigned char const* in, std::size_t groups, char* out) noexcept {
-    char const* const alphabet = BufferImpl::s_Base64Chars;
-    for (; groups != 0; --groups, in += 3, out += 4) {
-        out[0] = alphabet[in[0] >> 2];
-        out[1] = alphabet[((in[0] & 3) << 4) | (in[1] >> 4)];
-        out[2] = alphabet[((in[1] & 15) << 2) | (in[2] >> 6)];
-        out[3] = alphabet[in[2] & 63];
-    }
-}
-
-void base64EncodeGroups(unsigned char const* in, std::size_t groups, char* out) noexcept {
+void base64EncodeGroupsPortable(unsigned char const* in, std::size_t groups, char* out) noexcept {
     for (; groups != 0; --groups, in += 3, out += 4) {
         unsigned int const bits = (unsigned{in[0]} << 16) | (unsigned{in[1]} << 8) | in[2];
         auto const& first = pairs[bits >> 12];
@@ -110,53 +100,111 @@ void base64EncodeGroups(unsigned char const* in, std::size_t groups, char* out) 
     }
 }
 
-std::size_t base64DecodeGroupsPlain(unsigned char const* in, std::size_t groups,
-                                    unsigned char* out) noexcept {
-    int const* const values = BufferImpl::s_Base64Values;
-    for (std::size_t group = 0; group < groups; ++group, in += 4, out += 3) {
-        int const a = values[in[0]], b = values[in[1]], c = values[in[2]], d = values[in[3]];
-        if (a < 0 || b < 0 || c < 0 || d < 0) return group;
-        out[0] = static_cast<unsigned char>((a << 2) | (b >> 4));
-        out[1] = static_cast<unsigned char>(((b & 15) << 4) | (c >> 2));
-        out[2] = static_cast<unsigned char>(((c & 3) << 6) | d);
+void base64DecodePortable(unsigned char const* in, std::size_t size, unsigned char* out,
+                          Base64Run& run) noexcept {
+    for (; run.read < size; ++run.read) {
+        if (run.place == 0)
+            for (; size - run.read >= 4; run.read += 4, run.written += 3) {
+                unsigned char const* const group = in + run.read;
+                std::uint32_t const bits =
+                    placed[0][group[0]] | placed[1][group[1]] | placed[2][group[2]] | placed[3][group[3]];
+                if (bits >= noCharacter) break;
+                out[run.written] = lowByte(bits >> 16);
+                out[run.written + 1] = lowByte(bits >> 8);
+                out[run.written + 2] = lowByte(bits);
+            }
+        if (run.read == size) break;
+        int const value = BufferImpl::s_Base64Values[in[run.read]];
+        if (value >= 0)
+            base64DecodeValue(static_cast<unsigned int>(value), out, run);
+        else if (value != whiteSpace)
+            break;
     }
-    return groups;
 }
 
-std::size_t base64DecodeGroups(unsigned char const* in, std::size_t groups, unsigned char* out) noexcept {
-    for (std::size_t group = 0; group < groups; ++group, in += 4, out += 3) {
-        std::uint32_t const bits = placed[0][in[0]] | placed[1][in[1]] | placed[2][in[2]] | placed[3][in[3]];
-        if (bits >= noCharacter) return group;
-        out[0] = lowByte(bits >> 16);
-        out[1] = lowByte(bits >> 8);
-        out[2] = lowByte(bits);
+namespace {
+
+/// Lines of what @p Groups gives.
+template <void (*Groups)(unsigned char const*, std::size_t, char*) noexcept>
+void linesOf(unsigned char const* in, std::size_t lines, char* out) noexcept {
+    for (; lines != 0; --lines, in += base64LineBytes, out += base64LineLength + 1) {
+        Groups(in, base64LineBytes / 3, out);
+        out[base64LineLength] = '\n';
     }
-    return groups;
+}
+
+Base64Run decodePortable(unsigned char const* in, std::size_t size, unsigned char* out) noexcept {
+    Base64Run run;
+    base64DecodePortable(in, size, out, run);
+    return run;
+}
+
+void encodeGroupsPlain(unsigned char const* in, std::size_t groups, char* out) noexcept {
+    char const* const alphabet = BufferImpl::s_Base64Chars;
+    for (; groups != 0; --groups, in += 3, out += 4) {
+        out[0] = alphabet[in[0] >> 2];
+        out[1] = alphabet[((in[0] & 3) << 4) | (in[1] >> 4)];
+        out[2] = alphabet[((in[1] & 15) << 2) | (in[2] >> 6)];
+        out[3] = alphabet[in[2] & 63];
+    }
+}
+
+Base64Run decodePlain(unsigned char const* in, std::size_t size, unsigned char* out) noexcept {
+    Base64Run run;
+    for (; run.read < size; ++run.read) {
+        int const value = BufferImpl::s_Base64Values[in[run.read]];
+        if (value >= 0)
+            base64DecodeValue(static_cast<unsigned int>(value), out, run);
+        else if (value != whiteSpace)
+            break;
+    }
+    return run;
+}
+
+}  // namespace
+
+std::span<Base64Kernel const> base64Kernels() noexcept {
+    static Base64Kernel const kernels[] = {
+        base64Avx512,
+        base64Avx2,
+        {"portable", InstructionSet::Any, base64EncodeGroupsPortable, linesOf<base64EncodeGroupsPortable>,
+         decodePortable},
+        {"plain", InstructionSet::Any, encodeGroupsPlain, linesOf<encodeGroupsPlain>, decodePlain},
+    };
+    return kernels;
+}
+
+Base64Kernel const& base64Kernel() noexcept {
+    static Base64Kernel const& best = bestKernel(base64Kernels());
+    return best;
 }
 
 void base64Encode(unsigned char const* in, std::size_t size, char* out) noexcept {
     std::size_t const groups = size / 3;
-    base64EncodeGroups(in, groups, out);
+    base64Kernel().encodeGroups(in, groups, out);
     std::size_t const rest = size % 3;
     if (rest == 0) return;
     unsigned char const* const tail = in + groups * 3;
     unsigned char const last[3] = {tail[0], rest == 2 ? tail[1] : static_cast<unsigned char>(0), 0};
     char* const end = out + groups * 4;
-    base64EncodeGroups(last, 1, end);
+    base64EncodeGroupsPortable(last, 1, end);
     end[3] = '=';
     if (rest == 1) end[2] = '=';
 }
 
 std::size_t Base64Decoder::decode(unsigned char const* in, std::size_t size, unsigned char* out) {
     unsigned char const* const begin = out;
+    Base64Kernel const& kernel = base64Kernel();
     for (std::size_t i = 0; i < size;) {
         if (m_place == 0) {
-            std::size_t const groups = base64DecodeGroups(in + i, (size - i) / 4, out);
-            i += groups * 4;
-            out += groups * 3;
+            Base64Run const run = kernel.decode(in + i, size - i, out);
+            i += run.read;
+            out += run.written;
+            m_place = run.place;
+            m_bits = run.bits;
             if (i == size) break;
         }
-        // One character the long way: what stopped the run, or a group in pieces.
+        // One character the long way: what stopped the run, or the rest of a group in pieces.
         unsigned char const byte = in[i];
         int const value = BufferImpl::s_Base64Values[byte];
         if (value == equals && m_place >= 2)

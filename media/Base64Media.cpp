@@ -12,7 +12,7 @@ namespace Quillmark {
 
 namespace {
 
-constexpr uint_t lineLength = 76;
+constexpr uint_t lineLength = base64LineLength;
 constexpr std::size_t linesAtOnce = 100;
 constexpr int lineBuffer = 8192;
 
@@ -24,10 +24,20 @@ public:
 
     /// Encodes as many of the groups as there is room for. @return how many that were
     std::size_t put(unsigned char const* in, std::size_t groups) {
+        constexpr std::size_t lineGroups = lineLength / 4;
+        Base64Kernel const& kernel = base64Kernel();
         std::size_t done = 0;
         while (done < groups && m_text.size() - m_size > lineLength) {
+            std::size_t const room = (m_text.size() - m_size) / (lineLength + 1);
+            std::size_t const lines = m_column == 0 ? std::min((groups - done) / lineGroups, room) : 0;
+            if (lines != 0) {
+                kernel.encodeLines(in + done * 3, lines, m_text.data() + m_size);
+                done += lines * lineGroups;
+                m_size += lines * (lineLength + 1);
+                continue;
+            }
             std::size_t const count = std::min<std::size_t>(groups - done, (lineLength - m_column) / 4);
-            base64EncodeGroups(in + done * 3, count, m_text.data() + m_size);
+            kernel.encodeGroups(in + done * 3, count, m_text.data() + m_size);
             done += count;
             advance(static_cast<uint_t>(count * 4));
         }

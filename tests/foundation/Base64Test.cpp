@@ -1,5 +1,3 @@
-#include "foundation/Base64.h"
-
 #include <iterator>
 #include <random>
 
@@ -217,29 +215,4 @@ TEST(Base64, TablesHoldTheAlphabetWhiteSpaceAndPadding) {
         EXPECT_EQ(BufferImpl::s_Base64Values[c], value) << c;
         EXPECT_EQ(Buffer::isValidBase64Char(static_cast<unsigned char>(c)), value != -1) << c;
     }
-}
-
-TEST(Base64, EncodesAsThePlainTwinDoes) {
-    for (std::size_t groups = 0; groups < 70; ++groups) {
-        std::string const in = randomBytes(groups * 3, 7);
-        std::string fast(groups * 4 + 1, '!'), plain = fast;
-        base64EncodeGroups(raw(in.data()), groups, fast.data());
-        base64EncodeGroupsPlain(raw(in.data()), groups, plain.data());
-        EXPECT_EQ(fast, plain) << groups;
-    }
-}
-
-TEST(Base64, DecodesAsThePlainTwinDoesAndStopsWhereItStops) {
-    std::string const clean = bytes(randomBytes(48, 3)).toBase64String();
-    for (std::size_t at = 0; at < clean.size(); ++at)
-        for (unsigned int c = 0; c < 256; ++c) {
-            std::string in = clean;
-            in[at] = static_cast<char>(c);
-            std::vector<unsigned char> fast(64, '!'), plain = fast;
-            std::size_t const groups = base64DecodeGroups(raw(in.data()), in.size() / 4, fast.data());
-            EXPECT_EQ(groups, base64DecodeGroupsPlain(raw(in.data()), in.size() / 4, plain.data()));
-            fast.resize(groups * 3), plain.resize(groups * 3);
-            ASSERT_EQ(fast, plain) << at << " " << c;
-            ASSERT_EQ(groups, BufferImpl::s_Base64Values[c] < 0 ? at / 4 : clean.size() / 4);
-        }
 }

@@ -1,0 +1,270 @@
+// Base64 by 32 characters at a time. Decoding has two steps over a stretch of text that fits the nearest
+// cache: first the values of its characters, side by side, then their bytes.
+
+#include <immintrin.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+
+#include "foundation/Base64.h"
+#include "include2/Buffer"
+
+namespace Quillmark {
+
+namespace {
+
+constexpr std::size_t blockBytes = 24;
+constexpr std::size_t blockLength = 32;
+
+QUILLMARK_AVX2 inline __m256i each(int byte) noexcept {
+    return _mm256_set1_epi8(static_cast<char>(byte));
+}
+
+/// The same 16 bytes for both halves.
+QUILLMARK_AVX2 inline __m256i twice(std::array<signed char, 16> const& bytes) noexcept {
+    return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<__m128i const*>(bytes.data())));
+}
+
+QUILLMARK_AVX2 inline __m256i load(void const* bytes) noexcept {
+    return _mm256_loadu_si256(static_cast<__m256i const*>(bytes));
+}
+
+QUILLMARK_AVX2 inline void store(void* bytes, __m256i value) noexcept {
+    _mm256_storeu_si256(static_cast<__m256i*>(bytes), value);
+}
+
+/// The characters of 24 bytes, 12 in each half.
+class Encoder {
+public:
+    /// @param lower  the first 12 bytes at its beginning
+    /// @param upper  the others at its end
+    QUILLMARK_AVX2 static __m256i block(__m128i lower, __m128i upper) noexcept {
+        return characters(_mm256_inserti128_si256(_mm256_castsi128_si256(lower), upper, 1),
+                          _mm256_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10,  //
+                                           5, 4, 6, 5, 8, 7, 9, 8, 11, 10, 12, 11, 14, 13, 15, 14));
+    }
+    /// @param middle  32 bytes, of which the first and the last four do not count
+    QUILLMARK_AVX2 static __m256i block(__m256i middle) noexcept {
+        return characters(middle, _mm256_setr_epi8(5, 4, 6, 5, 8, 7, 9, 8, 11, 10, 12, 11, 14, 13, 15, 14,  //
+                                                   1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10));
+    }
+
+private:
+    // Three bytes b0 b1 b2 are laid out as b1 b0 b2 b1, so that the bits of each of the four characters
+    // are neighbours.
+    QUILLMARK_AVX2 static __m256i characters(__m256i bytes, __m256i gather) noexcept {
+        __m256i const laidOut = _mm256_shuffle_epi8(bytes, gather);
+        // Multiplying shifts: the first and the third character down, the second and the fourth up.
+        __m256i const down = _mm256_mulhi_epu16(_mm256_and_si256(laidOut, _mm256_set1_epi32(0x0fc0fc00)),
+                                                _mm256_set1_epi32(0x04000040));
+        __m256i const up = _mm256_mullo_epi16(_mm256_and_si256(laidOut, _mm256_set1_epi32(0x003f03f0)),
+                                              _mm256_set1_epi32(0x01000010));
+        __m256i const values = _mm256_or_si256(down, up);
+        // The ranges of the alphabet: 0 to 25, 26 to 51, each of 52 to 63 alone.
+        __m256i const range =
+            _mm256_sub_epi8(_mm256_subs_epu8(values, each(51)), _mm256_cmpgt_epi8(values, each(25)));
+        __m256i const offsets = twice({'A', 'a' - 26, digit, digit, digit, digit, digit, digit, digit, digit,
+                                       digit, digit, '+' - 62, '/' - 63, 0, 0});
+        return _mm256_add_epi8(values, _mm256_shuffle_epi8(offsets, range));
+    }
+
+    static constexpr signed char digit = '0' - 52;
+};
+
+QUILLMARK_AVX2 inline __m128i half(unsigned char const* bytes) noexcept {
+    return _mm_loadu_si128(reinterpret_cast<__m128i const*>(bytes));
+}
+
+QUILLMARK_AVX2 void encodeGroups(unsigned char const* in, std::size_t groups, char* out) noexcept {
+    for (; groups >= 8; groups -= 8, in += blockBytes, out += blockLength)
+        store(out, Encoder::block(half(in), half(in + 8)));
+    base64EncodeGroupsPortable(in, groups, out);
+}
+
+QUILLMARK_AVX2 inline void storeHalf(char* to, __m128i characters) noexcept {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), characters);
+}
+
+// Two lines at a time, whose last 12 characters are the halves of one block. What is stored behind a line is
+// where its line feed and the next line go. The load before the end of a line reaches into the next one.
+QUILLMARK_AVX2 void encodeLines(unsigned char const* in, std::size_t lines, char* out) noexcept {
+    constexpr std::size_t next = base64LineBytes;
+    constexpr std::size_t nextOut = base64LineLength + 1;
+    for (; lines > 2; lines -= 2, in += 2 * next, out += 2 * nextOut) {
+        __m256i const ends = Encoder::block(half(in + 48), half(in + next + 44));
+        store(out, Encoder::block(half(in), half(in + 8)));
+        store(out + 32, Encoder::block(load(in + 20)));
+        storeHalf(out + 64, _mm256_castsi256_si128(ends));
+        out[base64LineLength] = '\n';
+        store(out + nextOut, Encoder::block(load(in + next - 4)));
+        store(out + nextOut + 32, Encoder::block(load(in + next + 20)));
+        storeHalf(out + nextOut + 64, _mm256_extracti128_si256(ends, 1));
+        out[nextOut + base64LineLength] = '\n';
+    }
+    // The third block overlaps the second, and nothing is touched beyond the line.
+    for (; lines != 0; --lines, in += next, out += nextOut) {
+        store(out, Encoder::block(half(in), half(in + 8)));
+        store(out + 32, Encoder::block(load(in + 20)));
+        store(out + 44, Encoder::block(half(in + 33), half(in + 41)));
+        out[base64LineLength] = '\n';
+    }
+}
+
+/// For each set of bytes among eight: where they are, one behind the other.
+constexpr auto gathering = [] {
+    std::array<std::array<unsigned char, 8>, 256> table{};
+    for (unsigned int set = 0; set < 256; ++set) {
+        std::size_t count = 0;
+        for (unsigned int at = 0; at < 8; ++at)
+            if ((set >> at & 1U) != 0) table[set][count++] = static_cast<unsigned char>(at);
+    }
+    return table;
+}();
+
+/// What text stands for: its values, and a bit for each byte that is no character of the alphabet, or
+/// no white space either.
+struct Meaning {
+    __m256i values;
+    std::uint32_t others;
+
+    QUILLMARK_AVX2 explicit Meaning(__m256i text) noexcept {
+        // By the upper half of a byte: which lower halves are characters, and how far those are from
+        // their values. "/" is the one that is nearer than its neighbour.
+        __m256i const upper = _mm256_and_si256(_mm256_srli_epi32(text, 4), each(15));
+        __m256i const wrongUpper =
+            _mm256_shuffle_epi8(twice({0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10, 0x10, 0x10,
+                                       0x10, 0x10, 0x10, 0x10}),
+                                upper);
+        __m256i const wrongLower =
+            _mm256_shuffle_epi8(twice({0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x13, 0x1a,
+                                       0x1b, 0x1b, 0x1b, 0x1a}),
+                                _mm256_and_si256(text, each(15)));
+        others = static_cast<std::uint32_t>(_mm256_movemask_epi8(
+            _mm256_cmpgt_epi8(_mm256_and_si256(wrongUpper, wrongLower), _mm256_setzero_si256())));
+        __m256i const slash = _mm256_cmpeq_epi8(text, each('/'));
+        __m256i const distance = _mm256_shuffle_epi8(
+            twice({0, 16, 19, 4, -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0}), _mm256_add_epi8(upper, slash));
+        values = _mm256_add_epi8(text, distance);
+    }
+};
+
+QUILLMARK_AVX2 inline std::uint32_t whiteSpace(__m256i text) noexcept {
+    __m256i const fromTab = _mm256_sub_epi8(text, each('\t'));
+    __m256i const control = _mm256_cmpeq_epi8(_mm256_min_epu8(fromTab, each('\r' - '\t')), fromTab);
+    return static_cast<std::uint32_t>(
+        _mm256_movemask_epi8(_mm256_or_si256(control, _mm256_cmpeq_epi8(text, each(' ')))));
+}
+
+/// Stores the values that @p valid names; gives what comes behind them.
+QUILLMARK_AVX2 inline unsigned char* storeSome(unsigned char* to, __m256i values,
+                                               std::uint32_t valid) noexcept {
+    __m128i const halves[] = {_mm256_castsi256_si128(values), _mm256_extracti128_si256(values, 1)};
+    for (__m128i const half : halves)
+        for (__m128i const eight : {half, _mm_unpackhi_epi64(half, half)}) {
+            std::uint32_t const set = valid & 0xff;
+            __m128i const places = _mm_loadl_epi64(reinterpret_cast<__m128i const*>(gathering[set].data()));
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_shuffle_epi8(eight, places));
+            to += std::popcount(set);
+            valid >>= 8;
+        }
+    return to;
+}
+
+/// The 12 + 12 bytes of 32 values, each behind the other at the beginning of its half.
+QUILLMARK_AVX2 inline __m256i packed(__m256i values) noexcept {
+    __m256i const pairs = _mm256_maddubs_epi16(values, _mm256_set1_epi16(0x0140));
+    __m256i const groups = _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00011000));
+    return _mm256_shuffle_epi8(groups, twice({2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1}));
+}
+
+/// Stores what 32 values stand for: 24 bytes, and 4 that say nothing.
+QUILLMARK_AVX2 inline void storePacked(unsigned char* out, __m256i values) noexcept {
+    __m256i const bytes = packed(values);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(bytes));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 12), _mm256_extracti128_si256(bytes, 1));
+}
+
+/// Lines that are alike, by their first 64 characters and their last 32.
+QUILLMARK_AVX2 void decodeLines(unsigned char const* in, std::size_t size, unsigned char* out,
+                                Base64Run& run) noexcept {
+    if (size - run.read < 4 * blockLength) return;
+    unsigned char const* text = in + run.read;
+    Base64Layout const layout(text, size - run.read);
+    if (layout.length == 0) return;
+    unsigned char* to = out + run.written;
+    std::size_t const last = layout.length - blockLength;
+    std::size_t const pitch = layout.length + layout.lineEnd;
+    unsigned char const* const end = in + size - 4 * blockLength;
+    for (; text <= end && layout.fits(text); text += pitch, to += layout.length / 4 * 3) {
+        Meaning const first(load(text));
+        Meaning const second(load(text + blockLength));
+        Meaning const third(load(text + last));
+        if ((first.others | second.others | third.others) != 0) break;
+        storePacked(to, first.values);
+        storePacked(to + blockBytes, second.values);
+        storePacked(to + last / 4 * 3, third.values);
+    }
+    run.read = static_cast<std::size_t>(text - in);
+    run.written = static_cast<std::size_t>(to - out);
+}
+
+QUILLMARK_AVX2 Base64Run decode(unsigned char const* in, std::size_t size, unsigned char* out) noexcept {
+    constexpr std::size_t stretch = 1024;
+    std::array<unsigned char, stretch + 2 * blockLength> values;
+    unsigned char* filled = values.data();
+    Base64Run run;
+    // What is stored too much has room in what the text that is left may become.
+    for (bool odd = false; !odd;) {
+        if (filled == values.data()) decodeLines(in, size, out, run);
+        if (size - run.read < 2 * blockLength) break;
+        // The values of a stretch of text, up to its last blank in the last block if that has one: then
+        // lines that are alike may begin there.
+        std::size_t const end =
+            run.read + std::min(size - run.read - blockLength, stretch) / blockLength * blockLength;
+        while (run.read < end) {
+            __m256i const text = load(in + run.read);
+            Meaning const meaning(text);
+            run.read += blockLength;
+            if (meaning.others == 0) {
+                store(filled, meaning.values);
+                filled += blockLength;
+                continue;
+            }
+            std::uint32_t valid = ~meaning.others;
+            odd = meaning.others != whiteSpace(text);
+            if (odd) {
+                run.read -= blockLength;
+                break;
+            }
+            if (run.read == end) {
+                auto const behind = static_cast<unsigned int>(std::countl_zero(meaning.others));
+                run.read -= behind;
+                valid = valid << behind >> behind;
+            }
+            filled = storeSome(filled, meaning.values, valid);
+            if (valid != ~meaning.others) break;
+        }
+        unsigned char const* taken = values.data();
+        for (; filled - taken >= static_cast<std::ptrdiff_t>(blockLength); taken += blockLength) {
+            storePacked(out + run.written, load(taken));
+            run.written += blockBytes;
+        }
+        auto left = static_cast<std::size_t>(filled - taken);
+        if (left % 4 == 0)
+            for (; left != 0; --left) base64DecodeValue(*taken++, out, run);
+        store(values.data(), load(taken));
+        filled = values.data() + left;
+    }
+    for (unsigned char const* value = values.data(); value != filled; ++value)
+        base64DecodeValue(*value, out, run);
+    base64DecodePortable(in, size, out, run);
+    return run;
+}
+
+}  // namespace
+
+Base64Kernel const base64Avx2{"AVX2", InstructionSet::Avx2, encodeGroups, encodeLines, decode};
+
+}  // namespace Quillmark
