@@ -154,8 +154,9 @@ unsigned char* moved(BufferImpl& record, std::size_t size) noexcept {
 }
 
 /// Makes the array @p wanted bytes, or as many as the limit lets it; never fewer than it has. A fixed
-/// record that grows owns its bytes from then on.
-void grow(BufferImpl& record, std::uint64_t wanted, uint_t limit) {
+/// record that grows owns its bytes from then on. Bytes beyond the length are 0, but for the next
+/// @p coming, which the caller fills.
+void grow(BufferImpl& record, std::uint64_t wanted, uint_t limit, uint_t coming = 0) {
     if (limit != 0) wanted = std::min<std::uint64_t>(wanted, limit);
     if (wanted <= record.allocated) return;
     if (wanted > largest) fail<BufferException>(Refused, here(129));
@@ -169,7 +170,8 @@ void grow(BufferImpl& record, std::uint64_t wanted, uint_t limit) {
         record.capacity = static_cast<uint_t>(roomy);
         record.fixed = false;
     }
-    std::memset(record.data + record.length, 0, wanted - record.length);
+    std::uint64_t const filled = std::min(std::uint64_t{record.length} + coming, wanted);
+    std::memset(record.data + filled, 0, wanted - filled);
     record.allocated = static_cast<uint_t>(wanted);
 }
 
@@ -192,15 +194,16 @@ void reserve(BufferImpl& record, std::uint64_t n) {
     growTo(record, stepped(n, record.growStep));
 }
 
-/// Makes room for @p n more bytes; gives how many of them have a place.
-uint_t makeRoom(BufferImpl& record, uint_t n) {
+/// Makes room for @p n more bytes; gives how many of them have a place. The first @p coming are the caller's
+/// to fill.
+uint_t makeRoom(BufferImpl& record, uint_t n, uint_t coming) {
     std::uint64_t const end = std::uint64_t{record.length} + n;
     std::uint64_t const target = record.maxSize == 0 ? end : std::min<std::uint64_t>(record.maxSize, end);
     if (target <= record.length) return 0;
     if (record.allocated < target) {
         bool const wrapsNothing = record.length == 0 && record.maxSize == 0;
         if (record.fixed && !wrapsNothing) return 0;
-        grow(record, stepped(std::uint64_t{record.allocated} + n, record.growStep), record.maxSize);
+        grow(record, stepped(std::uint64_t{record.allocated} + n, record.growStep), record.maxSize, coming);
         if (record.growStep == 0) record.growStep = defaultStep;
     }
     return static_cast<uint_t>(target - record.length);
@@ -212,10 +215,13 @@ void appendBytes(BufferImpl& record, unsigned char const* bytes, uint_t count) {
     bool const own =
         !record.fixed && !before(bytes, record.data) && before(bytes, record.data + record.allocated);
     std::ptrdiff_t const offset = own ? bytes - record.data : 0;
-    uint_t const stored = makeRoom(record, count);
+    bool const spare = own && static_cast<std::uint64_t>(offset) + count > record.length;  // read, so cleared
+    uint_t const stored = makeRoom(record, count, spare ? 0 : count);
     if (own) bytes = record.data + offset;
     if (stored != 0) std::memmove(record.data + record.length, bytes, stored);
     record.length += stored;
+    if (!record.protectedMode)
+        record.room = record.maxSize == 0 ? record.allocated : std::min(record.maxSize, record.allocated);
 }
 
 /// How many bytes the assign rule writes at @p pos.
@@ -292,22 +298,20 @@ Buffer::~Buffer() {
     release(m_impl);
 }
 
-void Buffer::append(unsigned char byte) {
-    BufferImpl& record = *m_impl;
-    uint_t const limit = record.maxSize == 0 ? record.allocated : std::min(record.maxSize, record.allocated);
-    if (!record.protectedMode && record.length < limit) {  // as mostly
-        record.data[record.length++] = byte;
-        return;
-    }
-    Former const former = forChange(m_impl);
-    appendBytes(*m_impl, &byte, 1);
-}
-
-void Buffer::append(unsigned char const* bytes, unsigned int count) {
+void Buffer::appendSlowly(unsigned char const* bytes, unsigned int count) {
     if (count == 0) return;
     if (!bytes) fail<BufferException>(BadArgument, here(356));
     Former const former = forChange(m_impl);
     appendBytes(*m_impl, bytes, count);
+}
+
+void Buffer::append(unsigned char const* bytes, unsigned int count) {
+    BufferImpl& record = *m_impl;
+    if (!bytes || record.length >= record.room || record.room - record.length < count)
+        return appendSlowly(bytes, count);
+    unsigned char* const end = record.data + record.length;
+    record.length += count;
+    std::memmove(end, bytes, count);
 }
 
 void Buffer::append(unsigned char* bytes, unsigned int count) {
@@ -419,6 +423,7 @@ void Buffer::maxSize(unsigned int n) {
         fail<BufferException>(BadArgument, here(141),
                               "Can't change the maximum size of a fixed size buffer.");
     m_impl->maxSize = n;
+    m_impl->room = 0;
 }
 
 uint_t Buffer::growSize(unsigned int step) {
@@ -465,6 +470,7 @@ void Buffer::sensitiveData(bool sensitive) {
 void Buffer::protect() {
     Former const former = unshare(m_impl);
     m_impl->protectedMode = true;
+    m_impl->room = 0;
 }
 
 void Buffer::unprotect() {
@@ -477,7 +483,7 @@ char const* Buffer::c_str() {
     BufferImpl& record = *m_impl;
     bool const terminated = record.length != 0 && record.data[record.length - 1] == 0;
     if (!terminated) {
-        if (record.length == record.allocated && makeRoom(record, 1) == 0) {
+        if (record.length == record.allocated && makeRoom(record, 1, 1) == 0) {
             unsigned char* const copy = terminatedCopy(record.data, record.length);
             dropTerminated(record);
             record.terminated = copy;

@@ -131,6 +131,54 @@ TEST(BufferGrowth, AppendsTheBytesOfASharerThatStaysBehind) {
     EXPECT_EQ(text(first), "abc");
 }
 
+TEST(BufferGrowth, AppendsWhatGrowingClearedOfItsOwn) {
+    Buffer buffer(4, 1);
+    buffer.append(raw("abcd"), 4);
+    buffer.length(2);
+    buffer.append(buffer.data() + 1, 3);
+    EXPECT_EQ(text(buffer), std::string("abb\0\0", 5));
+}
+
+TEST(BufferGrowth, HeedsAMaximumThatIsSetBetweenAppends) {
+    Buffer buffer;
+    buffer.append('a');
+    buffer.maxSize(2);
+    buffer.append('b');
+    buffer.append('c');
+    buffer.append(raw("de"), 2);
+    EXPECT_EQ(text(buffer), "ab");
+    buffer.maxSize(4);
+    buffer.append(raw("cdef"), 4);
+    buffer.append('g');
+    EXPECT_EQ(text(buffer), "abcd");
+    buffer.maxSize(1);
+    buffer.append('e');
+    buffer.append(raw("e"), 1);
+    EXPECT_EQ(text(buffer), "abcd");
+    buffer.length(0);
+    buffer.append('x');
+    buffer.append('y');
+    EXPECT_EQ(text(buffer), "x");
+}
+
+TEST(BufferGrowth, HeedsProtectionThatComesBetweenAppends) {
+    Buffer first;
+    first.append('a');
+    first.protect();
+    Buffer second(first);
+    first.append('b');
+    first.append(raw("c"), 1);
+    second.append('d');
+    Buffer third(first);
+    third.unprotect();
+    third.append('e');
+    Buffer const fourth(third);
+    third.append('f');
+    EXPECT_EQ(text(first), "abc");
+    EXPECT_EQ(text(second), "ad");
+    EXPECT_EQ(text(fourth), "abcef") << "shared again";
+}
+
 TEST(BufferGrowth, SizeGrowsInWholeStepsBeyondTheRequest) {
     Buffer buffer;
     buffer.size(1024);
