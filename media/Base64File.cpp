@@ -4,8 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <utility>
-
+#include "foundation/Descriptor.h"
 #include "foundation/Fail.h"
 #include "include2/Base64Media"
 #include "include2/FileMedia"
@@ -17,31 +16,11 @@ namespace {
 constexpr Site nowhere{nullptr, 0};
 constexpr uint_t copyBlock = 16384;
 
-/// An open file, close-on-exec.
-class Descriptor {
-public:
-    Descriptor(char const* path, int flags) {
-        do m_number = ::open(path, flags | O_CLOEXEC, 0666);
-        while (m_number == -1 && errno == EINTR);
-        if (m_number == -1) fail<MediaException>(CannotOpen, nowhere, errnoText(errno));
-    }
-    Descriptor(Descriptor const&) = delete;
-    Descriptor& operator=(Descriptor const&) = delete;
-    ~Descriptor() {
-        KeepErrno const keep;
-        if (m_number != -1) ::close(m_number);
-    }
-
-    int number() const { return m_number; }
-    /// A file system may say only now that it has not kept the bytes.
-    void close() {
-        if (::close(std::exchange(m_number, -1)) != 0)
-            fail<MediaException>(WriteFailed, nowhere, errnoText(errno));
-    }
-
-private:
-    int m_number = -1;
-};
+Descriptor opened(char const* path, int flags) {
+    Descriptor file = openFile(path, flags);
+    if (!file.isOpen()) fail<MediaException>(CannotOpen, nowhere, errnoText(errno));
+    return file;
+}
 
 struct stat statusOf(Descriptor const& file) {
     struct stat status = {};
@@ -53,7 +32,7 @@ struct stat statusOf(Descriptor const& file) {
 /// input.
 class Output : public MediaOutImpl {
 public:
-    explicit Output(char const* path) : m_file(path, O_WRONLY | O_CREAT) {}
+    explicit Output(char const* path) : m_file(opened(path, O_WRONLY | O_CREAT)) {}
 
     /// @param input  all zero for an input that is not there
     void emptyUnlessItIs(struct stat const& input) {
@@ -75,7 +54,10 @@ public:
         }
     }
 
-    void close() { m_file.close(); }
+    /// A file system may say only now that it has not kept the bytes.
+    void close() {
+        if (!m_file.close()) fail<MediaException>(WriteFailed, nowhere, errnoText(errno));
+    }
 
 private:
     Descriptor m_file;
@@ -89,7 +71,7 @@ void refuseNullPaths(char const* inputPath, char const* outputPath) {
 
 void base64EncodeFile(char const* inputPath, char const* outputPath) {
     refuseNullPaths(inputPath, outputPath);
-    Descriptor const input(inputPath, O_RDONLY);
+    Descriptor const input = opened(inputPath, O_RDONLY);
     Handle<Output> const output(new Output(outputPath), false);
     output->emptyUnlessItIs(statusOf(input));
     Base64MediaOut encoder(MediaOut(output.get(), true));

@@ -1,5 +1,6 @@
 #include "include2/FileMedia"
 
+#include "foundation/Descriptor.h"
 #include "foundation/Fail.h"
 
 #include <fcntl.h>
@@ -28,16 +29,11 @@ constexpr uint_t copyBlock = 4096;
 
 using FileBuffer = __gnu_cxx::stdio_filebuf<char>;
 
-/// @return a close-on-exec descriptor, or -1 with errno
-int openDescriptor(std::string const& name, int flags) {
-    if (name.find('\0') != std::string::npos) {
-        errno = EINVAL;
-        return -1;
-    }
-    int descriptor;
-    do descriptor = ::open(name.c_str(), flags | O_CLOEXEC, 0666);
-    while (descriptor == -1 && errno == EINTR);
-    return descriptor;
+/// None, with errno, when it cannot be opened.
+Descriptor openNamed(std::string const& name, int flags) {
+    if (name.find('\0') == std::string::npos) return openFile(name.c_str(), flags);
+    errno = EINVAL;
+    return {};
 }
 
 [[noreturn]] void cannotOpen(unsigned int line, std::string const& name) {
@@ -61,34 +57,40 @@ std::streamoff seekable(ulong_t position) {
 template <class Stream>
 class FileStream : public Stream {
 public:
-    FileStream(int descriptor, std::ios::openmode mode)
-        : Stream(nullptr), m_buffer(descriptor, mode | std::ios::binary) {
-        if (!m_buffer.is_open()) ::close(descriptor);
+    /// When there is no memory, in std::bad_alloc or in a buffer that is not open, the file is closed.
+    FileStream(Descriptor& file, std::ios::openmode mode)
+        : Stream(nullptr), m_number(file.number()), m_buffer(file.release(), mode | std::ios::binary) {
+        if (!m_buffer.is_open()) ::close(m_number);
         this->rdbuf(&m_buffer);
     }
 
     FileBuffer& buffer() { return m_buffer; }
 
 private:
+    int m_number;
     FileBuffer m_buffer;
 };
 
+/// Takes the file over, or throws code 4099.
+template <class Owner>
+std::unique_ptr<Owner> streamOver(Descriptor file, std::ios::openmode mode, unsigned int line,
+                                  std::string const& name) {
+    if (!file.isOpen()) cannotOpen(line, name);
+    auto stream = std::make_unique<Owner>(file, mode);
+    if (!stream->buffer().is_open()) cannotOpen(line, name);
+    return stream;
+}
+
 std::unique_ptr<std::istream> openToRead(std::string const& name) {
-    int const descriptor = openDescriptor(name, O_RDONLY);
-    if (descriptor == -1) cannotOpen(208, name);
-    return std::make_unique<FileStream<std::istream>>(descriptor, std::ios::in);
+    return streamOver<FileStream<std::istream>>(openNamed(name, O_RDONLY), std::ios::in, 208, name);
 }
 
 // Whoever may write to the directory can put something else at the name; nothing that is found there is
 // waited for, followed or read unless it is the file that was made.
 std::unique_ptr<std::istream> openToReadBack(TempFile const& made) {
-    int const descriptor = openDescriptor(made.name(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-    if (descriptor == -1) cannotOpen(208, made.name());
-    if (!made.isMadeFile(descriptor)) {
-        ::close(descriptor);
-        cannotOpen(208, made.name());
-    }
-    return std::make_unique<FileStream<std::istream>>(descriptor, std::ios::in);
+    Descriptor file = openNamed(made.name(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (!file.isOpen() || !made.isMadeFile(file.number())) cannotOpen(208, made.name());
+    return streamOver<FileStream<std::istream>>(std::move(file), std::ios::in, 208, made.name());
 }
 
 /// Gives a buffer of less than two bytes room for a byte and what getline() puts behind it, if it can grow.
@@ -149,11 +151,10 @@ TempFileMediaOutImpl::TempFileMediaOutImpl(std::string const& nameTemplate, bool
     std::string const complaint = "Could Not open tempfile " + nameTemplate;
     int const descriptor = m_tmpfile->open(nameTemplate);
     if (descriptor == -1) fail<MediaException>(CannotOpen, here(519), complaint);
-    m_stream = ::fdopen(descriptor, "w");
-    if (!m_stream) {
-        ::close(descriptor);
-        fail<MediaException>(CannotOpen, nowhere, complaint);
-    }
+    Descriptor file(descriptor);
+    m_stream = ::fdopen(file.number(), "w");
+    if (!m_stream) fail<MediaException>(CannotOpen, nowhere, complaint);
+    file.release();
 }
 
 TempFileMediaOutImpl::~TempFileMediaOutImpl() {
@@ -391,9 +392,7 @@ public:
     using FileStream::FileStream;
 
     static std::unique_ptr<OwnFile> open(std::string const& name) {
-        int const descriptor = openDescriptor(name, O_WRONLY | O_CREAT | O_TRUNC);
-        if (descriptor == -1) cannotOpen(296, name);
-        return std::make_unique<OwnFile>(descriptor, std::ios::out);
+        return streamOver<OwnFile>(openNamed(name, O_WRONLY | O_CREAT | O_TRUNC), std::ios::out, 296, name);
     }
 };
 

@@ -1,5 +1,7 @@
 #include "media/LineConvert.h"
 
+#include "foundation/Descriptor.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -29,51 +31,41 @@ Number granted(Number result) {
 }
 
 /// An open file.
-class Descriptor {
+class TextFile {
 public:
-    Descriptor(char const* name, int flags) {
-        do m_descriptor = ::open(name, flags | O_CLOEXEC, 0666);
-        while (m_descriptor == -1 && errno == EINTR);
-        granted(m_descriptor);
-    }
-    Descriptor(Descriptor const&) = delete;
-    Descriptor& operator=(Descriptor const&) = delete;
-    ~Descriptor() {
-        if (m_descriptor != -1) ::close(m_descriptor);
-    }
+    TextFile(char const* name, int flags) : m_file(openFile(name, flags)) { granted(m_file.number()); }
 
     struct stat status() const {
         struct stat status = {};
-        granted(::fstat(m_descriptor, &status));
+        granted(::fstat(m_file.number(), &status));
         return status;
     }
 
     /// @return the bytes read, 0 at the end
     std::size_t read(char* block, std::size_t n) const {
         ssize_t got;
-        do got = ::read(m_descriptor, block, n);
+        do got = ::read(m_file.number(), block, n);
         while (got == -1 && errno == EINTR);
         return static_cast<std::size_t>(granted(got));
     }
 
     void write(std::string_view bytes) const {
         while (!bytes.empty()) {
-            ssize_t const taken = ::write(m_descriptor, bytes.data(), bytes.size());
+            ssize_t const taken = ::write(m_file.number(), bytes.data(), bytes.size());
             if (taken == -1 && errno == EINTR) continue;
             bytes.remove_prefix(static_cast<std::size_t>(granted(taken)));
         }
     }
 
-    void truncate() const { granted(::ftruncate(m_descriptor, 0)); }
+    void truncate() const { granted(::ftruncate(m_file.number(), 0)); }
 
     // Some file systems report only here that they could not keep what was written.
     void close() {
-        int const descriptor = std::exchange(m_descriptor, -1);
-        if (::close(descriptor) != 0 && errno != EINTR) throw Refusal{errno};
+        if (!m_file.close()) throw Refusal{errno};
     }
 
 private:
-    int m_descriptor = -1;
+    Descriptor m_file;
 };
 
 /// The blocks of a text with other line ends.
@@ -110,9 +102,9 @@ private:
 };
 
 /// Opens the file to write and empties it, unless it is the one that is read.
-class Output : public Descriptor {
+class Output : public TextFile {
 public:
-    Output(char const* name, Descriptor const& input) : Descriptor(name, O_WRONLY | O_CREAT) {
+    Output(char const* name, TextFile const& input) : TextFile(name, O_WRONLY | O_CREAT) {
         struct stat const from = input.status();
         struct stat const to = status();
         if (from.st_dev == to.st_dev && from.st_ino == to.st_ino) throw Refusal{bothAreOneFile};
@@ -123,7 +115,7 @@ public:
 }  // namespace
 
 int convertLines(char const* from, char const* to, std::string_view lineEnd) try {
-    Descriptor const input(from, O_RDONLY);
+    TextFile const input(from, O_RDONLY);
     char block[blockSize];
     std::size_t got = input.read(block, blockSize);  // before anything is emptied
     Output output(to, input);

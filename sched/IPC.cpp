@@ -433,6 +433,9 @@ SocketIPC Dispatcher::listening() const {
             return listener;
         } catch (Exception const& e) {
             logCaught(dispatcherText, e);
+        } catch (...) {
+            if (threadEnds()) throw;
+            log(EventUnknownException, "%s", " ");
         }
     }
 }

@@ -1,5 +1,6 @@
 #include "include2/QuillProcess"
 
+#include "foundation/Descriptor.h"
 #include "platform/quill_cfg.h"
 
 #include <fcntl.h>
@@ -31,17 +32,16 @@ std::string pathOf(int pid, char const* file) {
 /// The first bytes of a file of /proc without the last of them, which ends the text: a line feed or a NUL.
 /// Empty when the process has gone.
 std::string readStart(std::string const& path, std::size_t most) {
-    int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor == -1) return {};
+    Descriptor const file = openFile(path.c_str(), O_RDONLY);
+    if (!file.isOpen()) return {};
     std::string text(most, '\0');
     std::size_t have = 0;
     while (have < most) {
-        ssize_t const got = ::read(descriptor, text.data() + have, most - have);
+        ssize_t const got = ::read(file.number(), text.data() + have, most - have);
         if (got == -1 && errno == EINTR) continue;
         if (got <= 0) break;
         have += static_cast<std::size_t>(got);
     }
-    ::close(descriptor);
     text.resize(have == 0 ? 0 : have - 1);
     return text;
 }
