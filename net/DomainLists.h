@@ -22,6 +22,10 @@ public:
         return has(DomainListKind::Internationalised, suffix);
     }
 
+    /// Stands for the three lists as they are at this moment: what was found in them is good as long as
+    /// this stays the same. 0 while one of them has yet to be read.
+    std::uint32_t state() const noexcept;
+
     /// The list itself, read when it has to be.
     Handle<DomainNameList> list(DomainListKind kind) const;
 

@@ -5,6 +5,8 @@
 #include <stringprep.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -16,6 +18,7 @@
 #include "foundation/Fail.h"
 #include "include2/IPAddress"
 #include "net/DomainLists.h"
+#include "net/HostNameReader.h"
 #include "platform/quill_string.h"
 
 namespace Quillmark {
@@ -28,17 +31,49 @@ constexpr ByteSet nameBytes = alphanumericBytes | ByteSet{"-._"};
 // Kept for the daemons: in a whole text the byte 0xFF passes as well.
 constexpr ByteSet textBytes = nameBytes | ByteSet{"\xff"};
 
-bool hasOnly(ByteSet const& set, std::string_view text) {
-    return std::all_of(text.begin(), text.end(), [&set](char c) { return set.contains(c); });
-}
+/// What a text is like, gathered from its bytes in one pass.
+class Traits {
+public:
+    explicit Traits(std::string_view text) noexcept : m_beginsWithDot(text.substr(0, 1) == ".") {
+        for (char const c : text) m_bytes |= s_ofByte[static_cast<unsigned char>(c)];
+    }
+
+    bool isPlainName() const noexcept { return !m_beginsWithDot && !has(OutsideNames); }
+    bool isAscii() const noexcept { return !has(OutsideAscii); }
+    bool hasCapitals() const noexcept { return has(Capital); }
+    /// Most names are no addresses, and are known by a byte that stands in none.
+    bool mayBeIPAddress() const noexcept { return has(Colon) || !has(OutsideIPv4); }
+
+private:
+    enum Trait : std::uint8_t {
+        OutsideNames = 1,
+        OutsideAscii = 2,
+        OutsideIPv4 = 4,
+        Colon = 8,
+        Capital = 16
+    };
+
+    bool has(Trait trait) const noexcept { return (m_bytes & trait) != 0; }
+
+    static constexpr std::array<std::uint8_t, 256> s_ofByte = [] {
+        constexpr ByteSet inIPv4 = digitBytes | ByteSet{"abcdefABCDEFxX."};
+        constexpr ByteSet capitals = ByteSet::range('A', 'Z');
+        std::array<std::uint8_t, 256> traits{};
+        for (int byte = 0; byte < 256; ++byte) {
+            traits[static_cast<std::size_t>(byte)] = static_cast<std::uint8_t>(
+                (textBytes.contains(byte) ? 0 : OutsideNames) | (byte < 0x80 ? 0 : OutsideAscii) |
+                (inIPv4.contains(byte) ? 0 : OutsideIPv4) | (byte == ':' ? Colon : 0) |
+                (capitals.contains(byte) ? Capital : 0));
+        }
+        return traits;
+    }();
+
+    bool m_beginsWithDot;
+    std::uint8_t m_bytes = 0;
+};
 
 bool isPlainName(std::string_view text) {
-    return (text.empty() || text.front() != '.') && hasOnly(textBytes, text);
-}
-
-bool isInternationalised(std::string_view text) {
-    auto const isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
-    return !std::all_of(text.begin(), text.end(), isAscii) && ::isValidUtf8(text.data(), text.size());
+    return Traits(text).isPlainName();
 }
 
 /// "example.c" and "example.com." have no last label to speak of.
@@ -54,7 +89,7 @@ struct IdnFree {
 /// A text in code points, terminated by 0. None at all, and none() is true, for malformed UTF-8.
 class CodePoints {
 public:
-    explicit CodePoints(std::string const& text)
+    explicit CodePoints(std::string_view text)
         : m_points(::stringprep_utf8_to_ucs4(text.data(), static_cast<ssize_t>(text.size()), &m_count)) {}
 
     bool none() const { return !m_points; }
@@ -92,7 +127,7 @@ Label takeLabel(std::span<std::uint32_t>& text) {
 /// The ASCII-compatible form of well-formed UTF-8 without NUL (RFC 3490, 4.1). A separator at the end
 /// leaves an empty label there; an empty label elsewhere has no such form, unless the separator is all.
 /// @return false when there is none
-bool toAscii(std::string const& text, std::string& name) {
+bool toAscii(std::string_view text, std::string& name) {
     CodePoints points(text);
     std::span<std::uint32_t> rest = points.all();
     bool const isRoot = rest.size() == 1 && isSeparator(rest.front());
@@ -128,12 +163,11 @@ struct Split {
     std::string_view domain;
 };
 
-Split split(std::string_view name) {
+Split split(std::string_view name, DomainLists const& lists) {
     auto const dotBefore = [name](std::size_t end) { return end == 0 ? npos : name.rfind('.', end - 1); };
     std::size_t const last = dotBefore(name.size());
     if (last == npos) return {};
     std::string_view const label = name.substr(last + 1);
-    DomainLists const lists;
     auto const isSuffix = [&] { return lists.hasInternationalised(label) || lists.hasGeneric(label); };
 
     std::size_t const dot = dotBefore(last);
@@ -178,45 +212,69 @@ bool HostNameImpl::isIPAddress() const {
 
 void HostNameImpl::parse() const {
     if (m_parsed) return;
-    Split const parts = split(m_name);
+    DomainLists const lists;
+    std::uint32_t const state = lists.state();
+    std::atomic_ref<std::uint32_t> const found(m_lists);  // a thread may look while another one notes it
+    if (state != 0 && state == found.load(std::memory_order_relaxed)) return;
+    Split const parts = split(m_name, lists);
     assignChange(m_host, parts.host);
     assignChange(m_domain, parts.domain);
+    if (found.load(std::memory_order_relaxed) != state) found.store(state, std::memory_order_relaxed);
 }
 
-HostName::HostName(std::string const& text, bool parseDomain, bool strict) {
-    if (text.size() < 2) return;
-    bool const isIPAddress = IPAddress::isValidIPAddress(text);
-    if (!isIPAddress && hasShortLastLabel(text)) return;
+Handle<HostNameImpl> HostNameReader::impl(std::string_view text, bool parseDomain, bool strict) {
+    if (text.size() < 2) return {};
+    Traits const traits(text);
+    bool const isIPAddress = traits.mayBeIPAddress() && IPAddress::isValidIPAddress(std::string(text));
+    if (!isIPAddress && hasShortLastLabel(text)) return {};
 
     std::string name;
     std::string idn;
-    if (isPlainName(text)) {
-        ::copyStringToLower(text, name);
-    } else if (isInternationalised(text)) {
-        if (text.find('\0') != npos) return;  // the IDN library would lose what follows it
+    if (!traits.isPlainName() && !traits.isAscii() && ::isValidUtf8(text.data(), text.size())) {
+        if (text.find('\0') != npos) return {};  // the IDN library would lose what follows it
         // Kept for the daemons: a text that has no ASCII form is a name without text.
         if (toAscii(text, name)) {
             ::copyStringToLower(name, name);
-            if (!isPlainName(name)) return;
+            if (!isPlainName(name)) return {};
             idn = text;
         }
     } else {
-        // Kept for the daemons: an IPv6 literal comes here too, for its colons.
-        if (strict) return;
-        ::copyStringToLower(text, name);
+        // Kept for the daemons: an IPv6 literal is no plain name, for its colons.
+        if (strict && !traits.isPlainName()) return {};
+        name = text;
+        if (traits.hasCapitals()) ::copyStringToLower(name, name);
     }
 
     if (isIPAddress) {
         try {
-            name = IPAddress(text).asString(true);
+            name = IPAddress(std::string(text)).asString(true);
         } catch (Exception const&) {
-            return;
+            return {};
         }
     }
-    Handle<HostNameImpl> impl(new HostNameImpl(std::move(name), std::move(idn), isIPAddress), false);
-    if (parseDomain && !isIPAddress && impl->domain().empty()) return;
-    m_impl = std::move(impl);
+    Handle<HostNameImpl> made(new HostNameImpl(std::move(name), std::move(idn), isIPAddress), false);
+    if (parseDomain && !isIPAddress && made->domain().empty()) return {};
+    return made;
 }
+
+HostName HostNameReader::read(std::string_view text, bool parseDomain, bool strict) {
+    HostName name;
+    name.m_impl = impl(text, parseDomain, strict);
+    return name;
+}
+
+bool HostNameReader::isValid(std::string_view text) {
+    Traits const traits(text);
+    if (text.size() >= 2 && traits.isPlainName() && !traits.mayBeIPAddress()) return !hasShortLastLabel(text);
+    try {
+        return static_cast<bool>(impl(text, false, true));
+    } catch (Exception const&) {
+        return false;
+    }
+}
+
+HostName::HostName(std::string const& text, bool parseDomain, bool strict)
+    : m_impl(HostNameReader::impl(text, parseDomain, strict)) {}
 
 HostNameImpl const& HostName::value(char const* operation) const {
     if (!m_impl) fail(operation, NullHandle, Site{"Hostname", 0});
@@ -254,6 +312,7 @@ bool HostName::operator<(HostName const& other) const noexcept {
 }
 
 bool HostName::isValidHostname(std::string const& text, bool parseDomain) {
+    if (!parseDomain) return HostNameReader::isValid(text);
     try {
         return !HostName(text, parseDomain, true).isNull();
     } catch (Exception const&) {

@@ -244,6 +244,18 @@ DomainNameList* DomainLists::seenList(DomainListKind kind) const noexcept {
     return isPresent ? last.list : nullptr;
 }
 
+std::uint32_t DomainLists::state() const noexcept {
+    std::uint32_t published = 1;  // which alone stands for the lists that never change
+    if (!m_area) return published;
+    for (auto const& shared : stamps) {
+        std::uint64_t const stamp = shared.load(std::memory_order_acquire);
+        auto const times = static_cast<std::uint32_t>(stamp >> 32);
+        if (times == 0 || generationOf(stamp) != m_generation) return 0;
+        published += times;
+    }
+    return published;
+}
+
 bool DomainLists::has(DomainListKind kind, std::string_view suffix) const {
     if (!m_area) return unchanging(kind)->contains(suffix);
     if (DomainNameList const* const list = seenList(kind)) return list->contains(suffix);
