@@ -1,14 +1,15 @@
 #include "mail/DomainPart.h"
 
 #include "include2/EmailAddress"
-#include "include2/HostName"
 #include "include2/IPAddress"
+#include "net/HostNameReader.h"
 #include "platform/quill_string.h"
 
 namespace Quillmark {
 
-bool isValidDomainPart(std::string const& text) {
-    return HostName::isValidHostname(text, false) || s_isValidDomainLiteral(text);
+bool isValidDomainPart(std::string_view text) {
+    return HostNameReader::isValid(text) ||
+           (text.substr(0, 1) == "[" && s_isValidDomainLiteral(std::string(text)));
 }
 
 bool s_isValidDomainLiteral(std::string const& text) {

@@ -2,10 +2,12 @@
 
 #include <mutex>
 #include <ostream>
+#include <utility>
 
 #include "foundation/Fail.h"
 #include "mail/ListReader.h"
 #include "mail/PathReader.h"
+#include "mail/PlainList.h"
 #include "platform/quill_string.h"
 
 namespace Quillmark {
@@ -31,20 +33,54 @@ auto quietly(Parse&& parse) -> decltype(parse()) {
     }
 }
 
-// Calls `found` with each address of a header value, from the last to the first.
-template <class Found>
-void forEachAddress(std::string const& text, bool lowerLocal, std::string const& separator, Found found) {
-    if (holdsNul(text)) return;
-    ListReader reader(text, lowerLocal, separator);
-    for (EmailAddress address = reader.next(); !address.isNull(); address = reader.next()) found(address);
-}
+// Who collects the addresses of a header value. They come in the order of the text or, where it takes
+// the whole grammar to tell them apart, from the last to the first.
+struct List {
+    std::list<EmailAddress> all;
 
-std::list<EmailAddress> listOf(std::string const& text, bool lowerLocal, std::string const& separator) {
+    void append(EmailAddress&& address) { all.push_back(std::move(address)); }
+    void prepend(EmailAddress&& address) { all.push_front(std::move(address)); }
+};
+
+// Of equal addresses the rightmost stays.
+struct Set {
+    std::set<EmailAddress> all;
+
+    void append(EmailAddress&& address) {
+        auto const [place, isNew] = all.insert(address);
+        if (!isNew) all.insert(all.erase(place), std::move(address));
+    }
+    void prepend(EmailAddress&& address) { all.insert(std::move(address)); }
+};
+
+// The first member of the set, without the set.
+struct Smallest {
+    EmailAddress all;
+
+    void append(EmailAddress&& address) {
+        if (all.isNull() || !(all < address)) all = std::move(address);
+    }
+    void prepend(EmailAddress&& address) {
+        if (all.isNull() || address < all) all = std::move(address);
+    }
+};
+
+template <class Collection>
+auto collected(std::string const& text, bool lowerLocal, std::string const& separator) {
     return quietly([&] {
-        std::list<EmailAddress> list;
-        forEachAddress(text, lowerLocal, separator,
-                       [&](EmailAddress const& address) { list.push_front(address); });
-        return list;
+        if (separator.empty()) {
+            Collection plain;
+            PlainList reader(text, lowerLocal);
+            for (EmailAddress found = reader.next(); !found.isNull(); found = reader.next())
+                plain.append(std::move(found));
+            if (reader.isComplete()) return std::move(plain.all);
+        }
+        Collection any;
+        if (holdsNul(text)) return std::move(any.all);
+        ListReader reader(text, lowerLocal, separator);
+        for (EmailAddress found = reader.next(); !found.isNull(); found = reader.next())
+            any.prepend(std::move(found));
+        return std::move(any.all);
     });
 }
 
@@ -79,14 +115,15 @@ std::string const& EmailAddressImpl::address() const {
 }
 
 std::string const& EmailAddressImpl::asString() const {
-    if ((m_made.load(std::memory_order_acquire) & MadeText) != 0) return m_asString;
+    auto const text = [this]() -> std::string const& { return m_asString.empty() ? m_address : m_asString; };
+    if ((m_made.load(std::memory_order_acquire) & MadeText) != 0) return text();
     std::string const& joined = address();
     if (m_displayName.empty() && joined.empty()) return m_asString;
     std::lock_guard const guard(s_lock);
-    if ((m_made.load(std::memory_order_relaxed) & MadeText) != 0) return m_asString;
-    m_asString = m_displayName.empty() ? joined : m_displayName + " <" + joined + '>';
+    if ((m_made.load(std::memory_order_relaxed) & MadeText) != 0) return text();
+    if (!m_displayName.empty()) m_asString = m_displayName + " <" + joined + '>';
     m_made.fetch_or(MadeText, std::memory_order_release);
-    return m_asString;
+    return text();
 }
 
 bool EmailAddressImpl::operator==(EmailAddressImpl const& other) const {
@@ -106,6 +143,7 @@ EmailAddress::~EmailAddress() = default;
 
 EmailAddress EmailAddress::rfc5321Parse(std::string const& text, bool requireBrackets) {
     return quietly([&] {
+        if (EmailAddress plain = readPlainPath(text, requireBrackets); !plain.isNull()) return plain;
         if (holdsNul(text)) return EmailAddress();
         auto* const impl = new EmailAddressImpl;
         EmailAddress const parsed(impl, false);
@@ -118,32 +156,21 @@ EmailAddress EmailAddress::create(std::string const& local, std::string const& d
 }
 
 EmailAddress EmailAddress::rfc5322Parse(std::string const& text, bool lowerLocal) {
-    return quietly([&] {
-        // The first of the set that rfc5322ParseSet makes, without making one.
-        EmailAddress smallest;
-        forEachAddress(text, lowerLocal, {}, [&](EmailAddress const& address) {
-            if (smallest.isNull() || address < smallest) smallest = address;
-        });
-        return smallest;
-    });
+    return collected<Smallest>(text, lowerLocal, {});
 }
 
 std::set<EmailAddress> EmailAddress::rfc5322ParseSet(std::string const& text, bool lowerLocal,
                                                      bool /*ignored*/) {
-    return quietly([&] {
-        std::set<EmailAddress> set;
-        forEachAddress(text, lowerLocal, {}, [&](EmailAddress const& address) { set.insert(address); });
-        return set;
-    });
+    return collected<Set>(text, lowerLocal, {});
 }
 
 std::list<EmailAddress> EmailAddress::rfc5322ParseList(std::string const& text, bool lowerLocal) {
-    return listOf(text, lowerLocal, {});
+    return collected<List>(text, lowerLocal, {});
 }
 
 std::list<EmailAddress> EmailAddress::rfc5322ParseList(std::string const& text,
                                                        std::string const& separator) {
-    return listOf(text, false, separator);
+    return collected<List>(text, false, separator);
 }
 
 EmailAddressImpl const& EmailAddress::value(char const* operation) const {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "mail/AddressMaker.h"
 #include "mail/DomainPart.h"
 
 namespace Quillmark {
@@ -200,13 +201,8 @@ EmailAddress ListReader::address(bool fresh) const {
     if (!local.empty() && !check.valid()) return {};
     if (!domain.empty() && !isValidDomainPart(domain)) return {};
 
-    auto* const impl = new EmailAddressImpl;
-    EmailAddress found(impl, false);
-    impl->local(local, m_lowerLocal);
-    impl->domain(domain);
-    if (stop != 0) impl->displayName(name({segment.begin, hasAt ? stops.nameEnd : stop - 1}));
-    impl->asString();  // both texts are there before a second thread can ask for them
-    return found;
+    std::string const name = stop != 0 ? this->name({segment.begin, hasAt ? stops.nameEnd : stop - 1}) : "";
+    return AddressMaker::make(local, m_lowerLocal, domain, name);
 }
 
 }  // namespace Quillmark
