@@ -33,10 +33,14 @@ std::size_t UriContainerImpl::ComparisonHash::operator()(std::string_view text) 
 void UriContainerImpl::add(Uri const& uri, bool unique) {
     if (uri.isNull() || uri.host().isNull()) return;
     Links& links = m_links[m_currentId];
-    std::list<Uri> addition(1, uri);  // allocated first: what follows the index cannot fail
-    bool const isNew = links.index.insert(uri.comparisonString()).second;
+    auto const [place, isNew] = links.index.insert(uri.comparisonString());
     if (unique && !isNew) return;
-    links.uris.splice(links.uris.end(), addition);
+    try {
+        links.uris.push_back(uri);
+    } catch (...) {
+        if (isNew) links.index.erase(place);  // the index holds nothing that the list does not keep alive
+        throw;
+    }
     ++m_size;
 }
 

@@ -1,14 +1,20 @@
 #include "include2/UriSniffer"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <boost/make_shared.hpp>
+#include <cstdint>
+#include <cstring>
+#include <limits>
 #include <mutex>
+#include <string>
 #include <string_view>
 
 #include "foundation/ByteSet.h"
 #include "include2/Exception"
 #include "platform/quill_string.h"
+#include "uri/LinkScan.h"
 
 namespace Quillmark {
 
@@ -16,79 +22,111 @@ namespace {
 
 constexpr auto npos = std::string_view::npos;
 
-constexpr ByteSet highBytes = ByteSet::range(0x80, 0xff);
-constexpr ByteSet asciiUriBytes = alphanumericBytes | ByteSet{":/?#[]@$&'()*+,;=-._~%"};
-constexpr ByteSet utf8UriBytes = asciiUriBytes | highBytes;
 static_assert(!asciiUriBytes.contains('!') && !asciiUriBytes.contains(0x7f));  // both end a run
 
-// One pass over the text; a run is a stretch of bytes that may stand in a URI. Hands over the runs that
-// may be links, each with its dots counted (its colons, once past a "[").
-template <class Found>
-void forEachRun(std::string_view text, ByteSet const& uriBytes, Found found) {
-    enum class State {
-        Outside,    // between runs
-        Run,        // in a run, counting its dots
-        Bracketed,  // in a run and past a "[", counting its colons and looking for the "]"
-        Broken,     // in a run that is no link any more, until it ends
-    } state = State::Outside;
-    std::size_t begin = 0;
-    std::size_t count = 0;
+bool isHigh(char c) noexcept {
+    return static_cast<unsigned char>(c) >= 0x80;
+}
+
+// What makes a run a possible link: how many dots it has or, past a "[", how many colons, if a "]" is
+// there as well. 0 for a run that is none, as any with two dots side by side.
+std::size_t countOf(std::string_view run) {
+    std::size_t const open = std::min(run.find('['), run.size());
+    std::size_t dots = 0;
+    for (std::size_t i = 0; i < open; ++i) {
+        if (run[i] != '.') continue;
+        if (i != 0 && run[i - 1] == '.') return 0;
+        ++dots;
+    }
+    if (open == run.size()) return dots;
+
+    std::size_t colons = 0;
     bool closed = false;
-    for (std::size_t i = 0; i <= text.size(); ++i) {
-        if (i == text.size() || !uriBytes.contains(text[i])) {  // a run, if any, ends here
-            bool const link = state == State::Run || (state == State::Bracketed && closed);
-            if (link && count != 0) found(text.substr(begin, i - begin), count);
-            state = State::Outside;
-            continue;
-        }
-        char const c = text[i];
-        switch (state) {
-        case State::Outside:
-            if (c == '.') break;
-            state = c == '[' ? State::Bracketed : State::Run;
-            begin = i;
-            count = 0;
-            closed = false;
-            break;
-        case State::Run:
-            if (c == '[') {
-                state = State::Bracketed;
-                count = 0;
-            } else if (c == '.') {
-                ++count;
-                if (text[i - 1] == '.') state = State::Broken;
+    for (char const c : run.substr(open + 1)) {
+        if (c == '[' && colons != 0) return 0;
+        if (c == ':') ++colons;
+        if (c == ']') closed = true;
+    }
+    return closed ? colons : 0;
+}
+
+// Cuts the text into runs, stretches of bytes that may stand in a URI, and hands over the runs that may be
+// links, each with its count. It goes from mark to mark, and looks for the two ends of a run only there.
+class RunFinder {
+public:
+    explicit RunFinder(std::string_view text) noexcept : m_text(text) {}
+
+    template <class Found>
+    void forEachRun(Found found) {
+        static auto const nextMark = bestKernel(linkScans()).nextMark;
+        for (std::size_t from = 0; from < m_text.size();) {
+            std::size_t const mark = nextMark(m_text, from, m_highBytes);
+            if (mark == m_text.size()) return;
+            std::size_t const end = endOfRun(mark);
+            if (m_highBytes == HighBytes::Unseen && end < m_text.size() && isHigh(m_text[end])) {
+                judgeHighBytes();  // and look again: the run may go on behind this byte
+                continue;
             }
-            break;
-        case State::Bracketed:
-            if (c == '[' && count != 0) state = State::Broken;
-            if (c == ':') ++count;
-            if (c == ']') closed = true;
-            break;
-        case State::Broken: break;
+            std::size_t begin = beginOfRun(mark, from);
+            while (begin < end && m_text[begin] == '.') ++begin;
+            std::string_view const run = m_text.substr(begin, end - begin);
+            if (std::size_t const count = countOf(run); count != 0) found(run, count);
+            from = std::max(end, mark + 1);
         }
     }
-}
+
+private:
+    bool inRun(std::size_t at) const noexcept { return m_uriBytes->contains(m_text[at]); }
+
+    std::size_t endOfRun(std::size_t at) const noexcept {
+        while (at < m_text.size() && inRun(at)) ++at;
+        return at;
+    }
+
+    std::size_t beginOfRun(std::size_t at, std::size_t from) const noexcept {
+        while (at > from && inRun(at - 1)) --at;
+        return at;
+    }
+
+    void judgeHighBytes() {
+        bool const utf8 = isValidUtf8(m_text.data(), m_text.size());
+        m_highBytes = utf8 ? HighBytes::InLinks : HighBytes::Foreign;
+        m_uriBytes = utf8 ? &utf8UriBytes : &asciiUriBytes;
+    }
+
+    std::string_view m_text;
+    HighBytes m_highBytes = HighBytes::Unseen;
+    ByteSet const* m_uriBytes = &asciiUriBytes;
+};
 
 // Where a text comes next in a run, asked from ever later places: each byte is searched once.
 class NextPlace {
 public:
-    NextPlace(std::string_view run, std::string_view wanted)
-        : m_run(run), m_wanted(wanted), m_place(run.find(wanted)) {}
+    NextPlace(std::string_view run, std::string_view wanted) : m_run(run), m_wanted(wanted) {}
 
     std::size_t from(std::size_t start) {
-        if (m_place < start) m_place = m_run.find(m_wanted, start);
+        if (!m_searched || m_place < start) m_place = m_run.find(m_wanted, start);
+        m_searched = true;
         return m_place;
     }
 
 private:
     std::string_view m_run;
     std::string_view m_wanted;
-    std::size_t m_place;
+    std::size_t m_place = 0;
+    bool m_searched = false;
 };
 
-bool beginsWith(std::string_view text, std::string_view prefix) {
-    return text.size() >= prefix.size() &&
-           stringCompareNoCase(text.data(), prefix.data(), prefix.size()) == 0;
+constexpr char lower(char c) noexcept {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// The prefix in lower case.
+constexpr bool beginsWith(std::string_view text, std::string_view prefix) noexcept {
+    if (text.size() < prefix.size()) return false;
+    for (std::size_t i = 0; i < prefix.size(); ++i)
+        if (lower(text[i]) != prefix[i]) return false;
+    return true;
 }
 
 // Past the slashes at the front or, where there are none, past an "href" attribute's name.
@@ -99,13 +137,35 @@ std::size_t skipMarkup(std::string_view run, std::size_t at) {
     return at;
 }
 
-std::string joined(std::string_view a, std::string_view b) {
-    return std::string(a).append(b);
+// The text behind the first "mailto:", or all of it.
+std::string_view pastMailto(std::string_view text) {
+    constexpr std::string_view mailto = "mailto:";
+    for (std::size_t colon = text.find(':'); colon != npos; colon = text.find(':', colon + 1)) {
+        if (colon + 1 >= mailto.size() && beginsWith(text.substr(colon + 1 - mailto.size()), mailto))
+            return text.substr(colon + 1);
+    }
+    return text;
 }
 
-// The text of the link that a run stands for, or nothing. A link whose scheme was doubled is looked at
-// again behind its first scheme: the loop moves on over the run and never goes back.
-std::string linkIn(std::string_view run, std::size_t count, bool bareDomains) {
+// Reads links out of runs.
+class LinkReader {
+public:
+    explicit LinkReader(bool bareDomains) noexcept : m_bareDomains(bareDomains) {}
+
+    std::string_view linkIn(std::string_view run, std::size_t count);
+
+private:
+    std::string_view joined(std::string_view a, std::string_view b, std::string_view c = {}) {
+        return (m_text = a).append(b).append(c);
+    }
+
+    bool m_bareDomains;
+    std::string m_text;  ///< that of the last link, where it is not as it stands in its run
+};
+
+// The text of the link that a run stands for, or nothing; good until the next call. A link whose scheme was
+// doubled is looked at again behind its first scheme: the loop moves on over the run and never goes back.
+std::string_view LinkReader::linkIn(std::string_view run, std::size_t count) {
     NextPlace schemeMark(run, "://");
     NextPlace question(run, "?");
     std::size_t at = 0;
@@ -113,45 +173,75 @@ std::string linkIn(std::string_view run, std::size_t count, bool bareDomains) {
         at = skipMarkup(run, at);
         std::string_view const rest = run.substr(at);
         if (!beginsWith(rest, "http:/")) break;
-        std::size_t const slashes = beginsWith(rest, "http://") ? 2 : 1;
-        std::size_t const body = at + 5 + slashes;
+        bool const whole = beginsWith(rest, "http://");
+        std::size_t const body = at + (whole ? 7 : 6);
         std::size_t const nextMark = schemeMark.from(body);
         bool const doubled = nextMark != npos && nextMark < question.from(body);
-        if (!doubled) return joined(rest.substr(0, 5), "//").append(run.substr(body));
+        if (!doubled) return whole ? rest : joined(rest.substr(0, 5), "//", run.substr(body));
         at = body;
     }
 
     std::string_view const rest = run.substr(at);
     if (rest.empty()) return {};
-    if (beginsWith(rest, "https://")) return std::string(rest);
-    if (beginsWith(rest, "https:/")) return joined(rest.substr(0, 7), "/").append(rest.substr(7));
+    if (beginsWith(rest, "https://")) return rest;
+    if (beginsWith(rest, "https:/")) return joined(rest.substr(0, 7), "/", rest.substr(7));
     if (beginsWith(rest, "mailto:")) return joined("mailto:", rest.substr(7));
-    if (beginsWith(rest, "ftp://")) return std::string(rest);
+    if (beginsWith(rest, "ftp://")) return rest;
     if (count < 2 && rest.back() == '.') return {};
-    if (rest.find('@') != npos) {
-        std::size_t const mailto = stringFindNoCase(std::string(rest), "mailto:");
-        return joined("mailto:", mailto == npos ? rest : rest.substr(mailto + 7));
-    }
+    if (rest.find('@') != npos) return joined("mailto:", pastMailto(rest));
     if (beginsWith(rest, "www.")) return joined("http://", rest);
-    if (!bareDomains) return {};
+    if (!m_bareDomains) return {};
     std::size_t const mark = schemeMark.from(at);
     if (mark == npos) return joined("http://", rest);
-    return mark - at > 3 ? std::string() : joined("http", run.substr(mark));
+    return mark - at > 3 ? std::string_view() : joined("http", run.substr(mark));
 }
 
-void addLink(UriContainer& out, std::string const& text) {
+// Remembers some of the runs that were met, so that a link that stands in a message many times is made
+// once. Who meets another run in its place takes the place over: no choice of runs makes this slow.
+class RecentRuns {
+public:
+    /// False for a run that is remembered. A new one is remembered from now on; it must stay where it is.
+    bool isNew(std::string_view run) noexcept {
+        std::string_view& place = m_runs[hash(run) >> (64 - placesBits)];
+        if (place == run) return false;
+        place = run;
+        return true;
+    }
+
+private:
+    static constexpr unsigned placesBits = 8;
+
+    static std::uint64_t hash(std::string_view run) noexcept {
+        std::uint64_t hash = run.size();
+        for (; run.size() >= 8; run.remove_prefix(8)) hash = mixed(hash, run, 8);
+        return mixed(hash, run, run.size());
+    }
+    static std::uint64_t mixed(std::uint64_t hash, std::string_view bytes, std::size_t size) noexcept {
+        std::uint64_t word = 0;
+        std::memcpy(&word, bytes.data(), size);
+        hash = (hash ^ word) * 0x9e3779b97f4a7c15;
+        return hash ^ hash >> 32;
+    }
+
+    std::array<std::string_view, std::size_t{1} << placesBits> m_runs{};
+};
+
+void addLink(UriContainer& out, std::string_view text) {
     try {
-        out.add(Uri(text), true);
+        bool const isShort = text.size() <= std::numeric_limits<unsigned int>::max();
+        out.add(isShort ? Uri(text.data(), static_cast<unsigned int>(text.size())) : Uri(std::string(text)),
+                true);
     } catch (Exception const&) {
         // It was no link.
     }
 }
 
 void searchBytes(UriContainer& out, std::string_view text, bool bareDomains) {
-    bool const utf8 = std::any_of(text.begin(), text.end(), [](char c) { return highBytes.contains(c); }) &&
-                      isValidUtf8(text.data(), text.size());
-    forEachRun(text, utf8 ? utf8UriBytes : asciiUriBytes, [&](std::string_view run, std::size_t count) {
-        std::string const link = linkIn(run, count, bareDomains);
+    LinkReader reader(bareDomains);
+    RecentRuns recent;
+    RunFinder(text).forEachRun([&](std::string_view run, std::size_t count) {
+        if (!recent.isNew(run)) return;
+        std::string_view const link = reader.linkIn(run, count);
         if (!link.empty()) addLink(out, link);
     });
 }
