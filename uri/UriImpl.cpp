@@ -36,7 +36,7 @@ void appendPrintable(std::string& text, std::size_t byte) {
 
 // Only an escape in the scheme or the authority hides where a link leads; one in the path or the query
 // belongs to the link.
-bool escapeStandsBeforePath(std::string const& text, std::size_t escape) {
+bool escapeStandsBeforePath(std::string_view text, std::size_t escape) {
     std::size_t const slashes = text.find("//");
     return (slashes == npos || text.find('/', slashes + 2) > escape) && text.find('?') > escape;
 }
@@ -75,6 +75,15 @@ std::string withoutEscapes(std::string_view text) {
     return result;
 }
 
+// The text after both passes. Most links need neither, and are copied once.
+std::string cleanedUp(std::string_view text) {
+    std::size_t const escape = text.find('%');
+    bool const needsPass = text.find('\n') != npos || text.find("&#") != npos ||
+                           (escape != npos && escapeStandsBeforePath(text, escape));
+    if (!needsPass) return std::string(text);
+    return UriImpl::convertEncodedChars(UriImpl::convertEscaped(std::string(text)));
+}
+
 }  // namespace
 
 constinit std::array<int, 256> const UriImpl::s_HexValues = hexValues();
@@ -82,11 +91,11 @@ constinit std::array<unsigned char, 256> const UriImpl::s_table = printable();
 static_assert(hexValues()['f'] == 15 && hexValues()['g'] == -1 && hexValues()[0xff] == -1);
 static_assert(printable()[' '] == ' ' && printable()['~'] == '~' && printable()[0x7f] == 0);
 
-UriImpl::UriImpl(std::string const& text) : m_text(convertEncodedChars(convertEscaped(text))) {}
+UriImpl::UriImpl(std::string const& text) : m_text(cleanedUp(text)) {}
 
 UriImpl::UriImpl(char const* text, unsigned int length) {
     if (text == nullptr && length != 0) fail<UriException>(BadArgument, here);
-    if (text != nullptr) m_text = convertEncodedChars(convertEscaped(std::string(text, length)));
+    if (text != nullptr) m_text = cleanedUp({text, length});
 }
 
 UriImpl::~UriImpl() = default;
@@ -96,15 +105,19 @@ std::string const& UriImpl::asString() const {
     return m_text;
 }
 
-// Everything that can fail comes first, so that a link is parsed whole or not at all. The comparison
-// string is part of it: whoever shares a link after any accessor shares a value that stays as it is.
+// A link is parsed whole or not at all. The comparison string is part of it: whoever shares a link after
+// any accessor shares a value that stays as it is.
 void UriImpl::parse() const {
-    UriParts parsed = parseUri(m_text);
-    if (!parsed.host.isNull() && !parsed.host.idn().empty()) {
-        parsed.idn = parsed.comparison;
-        parsed.idn.swap(m_text);
+    try {
+        parseUri(m_text, m_parts);
+        if (!m_parts.host.isNull() && !m_parts.host.idn().empty()) {
+            m_parts.idn = m_parts.comparison;
+            m_parts.idn.swap(m_text);
+        }
+    } catch (...) {
+        m_parts = {};
+        throw;
     }
-    m_parts = std::move(parsed);
     m_parsed = true;
 }
 

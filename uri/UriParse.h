@@ -1,7 +1,7 @@
 #pragma once
 // A cleaned-up link, taken apart.
 
-#include <string>
+#include <string_view>
 
 #include "include2/Uri"
 
@@ -9,6 +9,7 @@ namespace Quillmark {
 
 /// Splits @p text into its components, the comparison string included; `idn` stays empty.
 /// Throws UriException, code 5, when it holds no "//" and is no "mailto:" link.
-UriParts parseUri(std::string const& text);
+/// @param parts  empty ones; when something is thrown they are partly filled
+void parseUri(std::string_view text, UriParts& parts);
 
 }  // namespace Quillmark
