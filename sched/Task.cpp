@@ -1,6 +1,7 @@
 #include "include2/QuillTask"
 
 #include <cxxabi.h>
+#include <immintrin.h>
 
 #include <functional>
 #include <memory>
@@ -11,7 +12,8 @@
 #include "foundation/Caught.h"
 #include "foundation/Fail.h"
 #include "include2/Logger"
-#include "sched/PatientWait.h"
+#include "sched/ElementQueue.h"
+#include "sched/OutstandingElements.h"
 
 namespace Quillmark {
 namespace Task {
@@ -29,6 +31,25 @@ T& held(Ref<T> const& handle) {
     if (!impl) refuseEmptyRef();
     return *impl;
 }
+
+/// Holds the pool's lock for a scope. What is done under it is short, so a look or two more is cheaper than
+/// to sleep.
+class PoolGuard {
+public:
+    explicit PoolGuard(Mutex& mutex) : m_mutex(mutex) {
+        for (int looks = 40; looks != 0; --looks) {
+            if (m_mutex.trylock()) return;
+            _mm_pause();
+        }
+        m_mutex.lock();  // at once if this thread has it
+    }
+    PoolGuard(PoolGuard const&) = delete;
+    PoolGuard& operator=(PoolGuard const&) = delete;
+    ~PoolGuard() { m_mutex.unlock(); }
+
+private:
+    Mutex& m_mutex;
+};
 
 /// Runs the body of a worker; true when an exception ended it, which is logged. When the thread itself
 /// ends, that has to go its way, and @p replace is called before.
@@ -61,29 +82,19 @@ void ElementImpl::do_work() {
     process();
 }
 
-TaskImpl::TaskImpl() noexcept = default;
+TaskImpl::TaskImpl() : m_outstanding(std::make_unique<OutstandingElements>()) {}
 TaskImpl::~TaskImpl() = default;
 
 bool TaskImpl::finished() const {
-    if (!m_elementCreationFinished) return false;
-    Synchronized const guard(m_lock);
-    return m_outstanding.empty();
+    return m_elementCreationFinished && m_outstanding->empty();
 }
 
-// An element that leaves the map may be the last of its kind, and its destructor is the daemon's: it
-// goes when the lock is free again.
 void TaskImpl::add(Ref<ElementImpl> const& element) {
-    uint_t const id = held(element).id();
-    Ref<ElementImpl> exchanged(element);
-    Synchronized const guard(m_lock);
-    std::swap(m_outstanding[id], exchanged);
+    m_outstanding->add(held(element));
 }
 
 void TaskImpl::remove(Ref<ElementImpl> const& element) {
-    uint_t const id = held(element).id();
-    std::map<uint_t, Ref<ElementImpl>>::node_type removed;
-    Synchronized const guard(m_lock);
-    removed = m_outstanding.extract(id);
+    m_outstanding->remove(held(element).id());
 }
 
 void TaskImpl::do_work(uint_t taskId) {
@@ -91,6 +102,13 @@ void TaskImpl::do_work(uint_t taskId) {
     m_started = ::time(nullptr);
     createElements(taskId);
 }
+
+template <class Element, class Work, class Queue>
+Scheduler<Element, Work, Queue>::ElementContainer::ElementContainer()
+    : elements(std::make_unique<ElementQueue>()) {}
+
+template <class Element, class Work, class Queue>
+Scheduler<Element, Work, Queue>::ElementContainer::~ElementContainer() = default;
 
 template <class Element, class Work, class Queue>
 Scheduler<Element, Work, Queue>::Scheduler() = default;
@@ -163,21 +181,18 @@ TaskMaster* TaskMaster::instance() {
 
 void TaskMaster::add(Ref<ElementImpl> const& element) {
     constexpr char const title[] = "Task::TaskMaster::add element";
-    ElementImpl const& added = held(element);
-    Synchronized const guard(m_mutex);
+    ElementImpl& added = held(element);
+    PoolGuard const guard(m_mutex);
     auto const queue = m_queues.find(added.queueId());
     if (queue == m_queues.end())
         fail(title, Refused, Site{"Task", 181}, "Could not find the defined task queue.");
     auto const task = m_running.find(added.taskId());
     if (task == m_running.end()) fail(title, Refused, Site{"Task", 189}, "Could not find the running task.");
+    task->second->add(element);
     // All or nothing: an element that is outstanding but not queued would keep its task for ever.
-    auto& elements = queue->second->elements;
-    elements.push_back(element);
     try {
-        task->second->add(element);
-        queue->second->waiting.post();
+        queue->second->elements->push(Handle<ElementImpl>(&added, true));
     } catch (...) {
-        elements.pop_back();
         task->second->remove(element);
         throw;
     }
@@ -232,26 +247,26 @@ void TaskMaster::run(Ref<TaskImpl> const& task) {
 
 void TaskMaster::do_thread(uint_t queueId) {
     for (;;) {
-        Ref<ElementImpl> element;
+        Handle<ElementImpl> element;
         try {
-            element = pop(queueId);
+            element = queueToPop(queueId).pop();
             element->do_work();
         } catch (Exception const& e) {
             logCaught(doThread, e);
         } catch (...) {
-            settle(element);
+            settle(element.get());
             throw;
         }
-        settle(element);
+        settle(element.get());
     }
 }
 
 /// Completes what was taken, if anything was. It is the daemon's finished() that may throw here.
 __attribute__((noinline, no_sanitize("null")))  // see failed()
-void TaskMaster::settle(Ref<ElementImpl> const& element) {
-    if (element.isNull()) return;
+void TaskMaster::settle(ElementImpl const* element) {
+    if (!element) return;
     try {
-        completed(element);
+        complete(*element);
     } catch (Exception const& e) {
         logCaught(doThread, e);
     } catch (abi::__forced_unwind&) {
@@ -261,33 +276,37 @@ void TaskMaster::settle(Ref<ElementImpl> const& element) {
     }
 }
 
-Ref<ElementImpl> TaskMaster::pop(uint_t queueId) {
+ElementQueue& TaskMaster::queueToPop(uint_t queueId) const {
     auto const found = m_queues.find(queueId);
     if (found == m_queues.end())
         fail("Task::TaskMaster::pop", Refused, Site{"Task", 207}, "Could not find the defined task queue.");
-    ElementContainer& queue = *found->second.operator->();
-    waitThroughSignals(queue.waiting);
-    Synchronized const guard(m_mutex);
-    Ref<ElementImpl> first(std::move(queue.elements.front()));
-    queue.elements.pop_front();
-    return first;
+    return *found->second->elements;
+}
+
+Ref<ElementImpl> TaskMaster::pop(uint_t queueId) {
+    Handle<ElementImpl> const first = queueToPop(queueId).pop();
+    return {first.get(), true};
 }
 
 void TaskMaster::completed(Ref<ElementImpl> const& element) {
-    uint_t const taskId = held(element).taskId();
+    complete(held(element));
+}
+
+void TaskMaster::complete(ElementImpl const& element) {
     // The book's own reference may be the last one, and the task's destructor is the daemon's: it goes
     // when the pool is unlocked.
     Handle<TaskImpl> task;
     std::map<uint_t, Ref<TaskImpl>>::node_type finished;
-    Synchronized const guard(m_mutex);
+    uint_t const taskId = element.taskId();
+    PoolGuard const guard(m_mutex);
     auto entry = m_running.find(taskId);
     if (entry == m_running.end()) return;
     task = Handle<TaskImpl>(entry->second.operator->(), true);
-    task->remove(element);
-    bool const isFinished = task->finished();
+    task->m_outstanding->remove(element.id());
+    if (!task->finished()) return;
     m_mutex.lock();  // the daemon's own finished() may have asked the pool, which unlocks it
     entry = m_running.find(taskId);
-    if (!isFinished || entry == m_running.end() || entry->second.operator->() != task.get()) return;
+    if (entry == m_running.end() || entry->second.operator->() != task.get()) return;
     m_lastRun[task->type()] = task->started();
     finished = m_running.extract(entry);
 }

@@ -7,6 +7,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <map>
+#include <memory>
+#include <random>
 #include <set>
 #include <string>
 #include <thread>
@@ -668,6 +671,85 @@ TEST(TaskPool, IsOneForTheProcess) {
                       0, 0, [] {}, 1));
               }),
               "Task::TaskMaster::add element( 4 ) , Task:181,  \"Could not find the defined task queue.\"");
+}
+
+TEST(TaskImpl, HoldsTheLastElementOfEachNumberUntilItIsRemoved) {
+    // Multiples of something and neighbours, so that they meet wherever they are kept.
+    constexpr uint_t steps[] = {1, 4096, 65536, 2654435769U};
+    Batch task(1, [](Batch&, uint_t) {});
+    task.elementCreationFinished();
+    std::map<uint_t, Element> expected;
+    std::mt19937 random(3);
+    for (int i = 0; i < 20'000; ++i) {
+        uint_t const id = steps[random() % 4] * static_cast<uint_t>(random() % 40);
+        Element const element = piece(0, id);
+        auto const before = expected.find(id);
+        if (random() % 2 == 0) {
+            task.add(element);
+            ASSERT_EQ(element->count(), 2U);
+            if (before != expected.end()) {
+                ASSERT_EQ(before->second->count(), 1U);
+            }
+            expected.insert_or_assign(id, element);
+        } else {
+            task.remove(element);
+            if (before != expected.end()) {
+                ASSERT_EQ(before->second->count(), 1U);
+                expected.erase(before);
+            }
+        }
+        ASSERT_EQ(task.finished(), expected.empty());
+    }
+    for (auto const& [id, element] : expected) EXPECT_EQ(element->count(), 2U) << id;
+}
+
+TEST(TaskPool, KeepsTheOrderOfMoreElementsThanWaitUsually) {
+    constexpr uint_t many = 5000;
+    Pool& pool = Pool::served();
+    std::vector<uint_t> order;
+    std::vector<std::function<void()>> works;
+    std::vector<uint_t> expected;
+    for (uint_t id = 0; id < many; ++id) {
+        works.emplace_back([&order, id] { order.push_back(id); });
+        expected.push_back(id);
+    }
+    for (int round = 0; round < 2; ++round) {
+        order.clear();
+        runToTheEnd(pool, 1, works);
+        EXPECT_EQ(order, expected);
+    }
+}
+
+TEST(TaskPool, DestroysTheElementsThatNobodyTook) {
+    Element const element = piece(0, 0);
+    {
+        Pool pool(0);
+        pool.run(batch(1, [&](Batch&, uint_t taskId) {
+            for (uint_t id = 0; id < 3000; ++id) pool.add(piece(taskId, id));
+            element->taskId(taskId);
+            pool.add(element);
+        }));
+        EXPECT_EQ(element->count(), 3U);
+    }
+    EXPECT_EQ(element->count(), 1U);
+}
+
+TEST(TaskPool, WakesAsManyWorkersAsThereIsWorkFor) {
+    // Elements that wait for each other: were one worker left asleep, this would not end.
+    TaskMaster& pool = *TaskMaster::instance();
+    for (uint_t round = 0; round < 2000; ++round) {
+        uint_t const together = 1 + round % 5;
+        auto const arrived = std::make_shared<std::atomic<uint_t>>(0);
+        auto const meet = [arrived, together] {
+            ++*arrived;
+            while (*arrived < together) std::this_thread::yield();
+        };
+        pool.run(batch(1000 + round, [&](Batch& self, uint_t taskId) {
+            for (uint_t id = 0; id < together; ++id) pool.add(piece(taskId, id, meet));
+            self.elementCreationFinished();
+        }));
+        while (*arrived < together) std::this_thread::yield();
+    }
 }
 
 TEST(TaskPool, WorksFiveElementsAtOnceInTheOrderInWhichTheyCame) {
