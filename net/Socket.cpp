@@ -189,14 +189,16 @@ void SocketImpl::accept(SocketImpl& connection) {
     auto* const peer = reinterpret_cast<sockaddr*>(&record);
     int descriptor = -1;
     int error = EAGAIN;
-    do {
-        readable();  // whatever it says: accept knows best
+    // It is tried first; with a blocking socket it waits itself.
+    for (;;) {
         do {
             socklen_t length = sizeof record;
             descriptor = ::accept4(open(), peer, &length, SOCK_CLOEXEC);
             error = errno;
         } while (descriptor == -1 && error == EINTR);
-    } while (descriptor == -1 && (wouldBlock(error) || error == ECONNABORTED) && m_timeout != 0);
+        if (descriptor != -1 || m_timeout == 0 || (!wouldBlock(error) && error != ECONNABORTED)) break;
+        readable();  // whatever it says: accept knows best
+    }
     if (descriptor == -1) failSystem(error);
     connection.adopt(descriptor);
     connection.m_remote = SocketAddress(*peer, false);
