@@ -45,12 +45,68 @@ std::string v6Text(std::string_view bytes) {
     return {text.data(), writeGroups(reinterpret_cast<std::uint8_t const*>(bytes.data()), text.data())};
 }
 
-/// Appends an entry and parses it where it stands. One that fails is no part of the list.
+/// Records that messages gave back, for those that the thread parses next: to allocate a record and its
+/// texts takes longer than to read it.
+class SpareRecords {
+public:
+    SpareRecords() noexcept = default;
+    SpareRecords(SpareRecords const&) = delete;
+    SpareRecords& operator=(SpareRecords const&) = delete;
+    ~SpareRecords() { s_threadEnds = true; }
+
+    /// Null at the end of a thread, when others still destroy their messages.
+    static SpareRecords* ofThread() {
+        thread_local SpareRecords spare;
+        return s_threadEnds ? nullptr : &spare;
+    }
+
+    /// Appends a record that is like a new one, if there is any.
+    bool take(std::list<Record>& records) noexcept {
+        if (m_records.empty()) return false;
+        records.splice(records.end(), m_records, m_records.begin());
+        return true;
+    }
+
+    void giveBack(std::list<Record>& records) noexcept {
+        while (!records.empty() && m_records.size() < most) {
+            renew(records.front());
+            m_records.splice(m_records.begin(), records, records.begin());
+        }
+    }
+
+private:
+    static constexpr std::size_t most = 64;
+    static constexpr std::size_t longestText = 512;  // that is worth to be kept
+
+    static void renew(Record& record) noexcept {
+        static_assert(sizeof(Record) == 5 * sizeof(std::string) + 48, "every field is dealt with here");
+        for (auto const text :
+             {&Record::name, &Record::value, &Record::mname, &Record::rname, &Record::rdata}) {
+            if ((record.*text).capacity() > longestText)
+                std::string().swap(record.*text);
+            else
+                (record.*text).clear();
+        }
+        record.type = Resolver::TypeUnknown;
+        record.recordClass = Resolver::ClassUnknown;
+        for (auto const number : {&Record::ttl, &Record::mxRank, &Record::serial, &Record::refresh,
+                                  &Record::retry, &Record::expire, &Record::minimum})
+            record.*number = 0;
+        record.dnsType = record.dnsClass = 0;
+    }
+
+    static thread_local constinit bool s_threadEnds;
+
+    std::list<Record> m_records;
+};
+
+thread_local constinit bool SpareRecords::s_threadEnds = false;
+
+/// Parses the last entry of a list. One that fails is no part of the list.
 template <class Entry, class Parse>
-void parseInto(std::list<Entry>& entries, Parse parse) {
-    Entry& entry = entries.emplace_back();
+void parseLast(std::list<Entry>& entries, Parse parse) {
     try {
-        parse(entry);
+        parse(entries.back());
     } catch (...) {
         entries.pop_back();
         throw;
@@ -236,7 +292,11 @@ ResolverMessageImpl::ResolverMessageImpl() : m_buffer(largestMessage, 0) {
     m_reader = std::make_unique<WireReader>(std::span<unsigned char const>(data(), size()));
 }
 
-ResolverMessageImpl::~ResolverMessageImpl() = default;
+ResolverMessageImpl::~ResolverMessageImpl() {
+    SpareRecords* const spare = SpareRecords::ofThread();
+    if (!spare) return;
+    for (auto* const records : {&m_answers, &m_nameservers, &m_additional}) spare->giveBack(*records);
+}
 
 void ResolverMessageImpl::length(int n) {
     m_buffer.length(static_cast<uint_t>(std::clamp(n, 0, largestMessage)));
@@ -271,7 +331,8 @@ void ResolverMessageImpl::parseSections() {
     std::array<std::uint16_t, 4> counts{};
     std::memcpy(counts.data(), m_header + 4, sizeof counts);
     for (unsigned int i = 0; i < counts[0]; ++i) {
-        parseInto(m_queries, [this](Query& query) { queryParse(query); });
+        m_queries.emplace_back();
+        parseLast(m_queries, [this](Query& query) { queryParse(query); });
     }
     parseRecords(counts[1], m_answers);
     parseRecords(counts[2], m_nameservers);
@@ -279,8 +340,10 @@ void ResolverMessageImpl::parseSections() {
 }
 
 void ResolverMessageImpl::parseRecords(unsigned int count, std::list<Record>& records) {
+    SpareRecords* const spare = SpareRecords::ofThread();
     for (unsigned int i = 0; i < count && !m_reader->atEnd(); ++i) {
-        parseInto(records, [this](Record& record) { resourceRecordParse(record); });
+        if (!spare || !spare->take(records)) records.emplace_back();
+        parseLast(records, [this](Record& record) { resourceRecordParse(record); });
     }
 }
 

@@ -2,6 +2,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <thread>
 
 #include "include2/Resolver"
 #include "tests/net/WireMessage.h"
@@ -600,6 +601,40 @@ TEST(ResolverMessage, FindsTheFirstAddressOfItsAnswers) {
     EXPECT_EQ(parsed(header({0, 3}) + other + v4 + v6).getIPAddress().asString(true), "192.0.2.1");
     EXPECT_EQ(parsed(header({0, 3}) + other + v6 + v4).getIPAddress().asString(true), "2001:db8::1");
     EXPECT_TRUE(parsed(header({0, 1, 1}) + other + v4).getIPAddress().isNull());
+}
+
+TEST(ResolverMessage, HasNothingOfTheMessagesBeforeIt) {
+    std::string const before = header({0, 2, 1}) +
+                               record(name("exchange.example"), 15, u16(10) + name("mail.example")) +
+                               record(name("text.example"), 16, u8(200) + std::string(200, 't')) +
+                               record(name("zone.example"), 6,
+                                      name("ns.zone.example") + name("admin.zone.example") + u32(1) + u32(2) +
+                                          u32(3) + u32(4) + u32(5));
+    std::string const bytes = header({0, 3}) + repeated(record(name(""), 99, "", 0, 0), 3);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(parsed(before).nameserverRecords().front().minimum, 5U);
+        ResolverMessage const message = parsed(bytes);
+        ASSERT_EQ(message.answers().size(), 3U);
+        for (auto const& answer : message.answers()) {
+            EXPECT_EQ(answer.name + answer.value + answer.mname + answer.rname + answer.rdata, "");
+            EXPECT_EQ(answer.ttl + answer.mxRank + answer.serial + answer.refresh + answer.retry +
+                          answer.expire + answer.minimum + answer.dnsClass,
+                      0U);
+            EXPECT_EQ(answer.dnsType, 99);
+        }
+    }
+}
+
+TEST(ResolverMessage, MayBeDestroyedWhenItsThreadEnds) {
+    std::string const bytes = header({0, 1}) + record(name("a.example"), 1, "1234");
+    std::string seen;
+    std::thread([&] {
+        thread_local ResolverMessage kept;  // goes after everything that came later
+        kept = parsed(bytes);
+        seen = kept.answers().front().value;
+        parsed(bytes);
+    }).join();
+    EXPECT_EQ(seen, "49.50.51.52");
 }
 
 TEST(DnsName, IsDottedWithoutALastDot) {
