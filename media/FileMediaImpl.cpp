@@ -10,6 +10,8 @@
 #include <ext/stdio_filebuf.h>
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <istream>
 #include <limits>
 #include <ostream>
@@ -155,15 +157,25 @@ TempFileMediaOutImpl::TempFileMediaOutImpl(std::string const& nameTemplate, bool
     m_stream = ::fdopen(file.number(), "w");
     if (!m_stream) fail<MediaException>(CannotOpen, nowhere, complaint);
     file.release();
+    std::setvbuf(m_stream, nullptr, _IONBF, 0);
 }
 
 TempFileMediaOutImpl::~TempFileMediaOutImpl() {
     KeepErrno const keep;
-    if (m_stream) std::fclose(m_stream);
+    if (!m_stream) return;
+    handOver();
+    std::fclose(m_stream);
 }
 
-// The C library throws away the bytes that it could not flush and takes later ones again, so a stream that
-// has failed once is not used any more.
+/// Writes what is pending.
+bool TempFileMediaOutImpl::handOver() {
+    std::size_t const count = std::exchange(m_pendingCount, 0);
+    return count == 0 || std::fwrite(m_pending->data(), 1, count, m_stream) == count;
+}
+
+// Small writes are gathered here, and large ones go to the system whole: the C library would cut them into
+// the blocks of its own buffer. What could not be written is gone, so a stream that has failed once is not
+// used any more.
 void TempFileMediaOutImpl::expect(bool success) {
     if (success) return;
     m_lost = true;
@@ -178,7 +190,14 @@ void TempFileMediaOutImpl::write(unsigned char const* data, uint_t n) {
     expectOpen();
     if (n == 0) return;
     refuseNothingAt(data, n);
-    expect(std::fwrite(data, 1, n, m_stream) == n);
+    if (n >= std::tuple_size_v<Block> - m_pendingCount) expect(handOver());
+    if (n < std::tuple_size_v<Block>) {
+        if (!m_pending) m_pending = std::make_unique<Block>();
+        std::memcpy(m_pending->data() + m_pendingCount, data, n);
+        m_pendingCount += n;
+    } else {
+        expect(std::fwrite(data, 1, n, m_stream) == n);
+    }
     m_written += std::min(n, UINT32_MAX - m_written);
 }
 
@@ -192,18 +211,19 @@ ulong_t TempFileMediaOutImpl::tell() const {
 
 void TempFileMediaOutImpl::setpos(ulong_t position) {
     expectOpen();
-    expect(::fseeko(m_stream, seekable(position), SEEK_SET) == 0);
+    expect(handOver() && ::fseeko(m_stream, seekable(position), SEEK_SET) == 0);
 }
 
 void TempFileMediaOutImpl::flush() {
     expectOpen();
-    expect(std::fflush(m_stream) == 0);
+    expect(handOver());
 }
 
 void TempFileMediaOutImpl::close() {
+    bool const written = !m_stream || handOver();
     std::FILE* const stream = std::exchange(m_stream, nullptr);
     bool const closed = !stream || std::fclose(stream) == 0;
-    expect(closed && !m_lost);
+    expect(written && closed && !m_lost);
 }
 
 TempFileMediaOut::TempFileMediaOut() noexcept = default;

@@ -220,6 +220,38 @@ TEST(TempFileMediaOut, MovesTheStreamButNotTheCount) {
     EXPECT_EQ(readFile(out.tmpfile()->name()), "aXcdef");
 }
 
+TEST(TempFileMediaOut, KeepsTheOrderOfSmallAndLargeWrites) {
+    TemporaryDirectory const directory;
+    TempFileMediaOut out(directory.file("aXXXXXX"), true);
+    std::string expected;
+    char letter = 'a';
+    for (std::size_t const size : {1U, 4094U, 1U, 4095U, 4096U, 3U, 4097U, 2048U, 2048U, 100000U, 5U}) {
+        expected += std::string(size, letter);
+        out << std::string(size, letter++);
+        EXPECT_EQ(out.tell(), expected.size());
+    }
+    out.flush();
+    EXPECT_TRUE(readFile(out.tmpfile()->name()) == expected);
+    out.setpos(1);
+    out << std::string(5000, 'X');
+    out << "Y";
+    out.setpos(expected.size() - 1);
+    out << "Z";
+    out.close();
+    expected.replace(1, 5001, std::string(5000, 'X') + "Y");
+    expected.back() = 'Z';
+    EXPECT_TRUE(readFile(out.tmpfile()->name()) == expected);
+}
+
+TEST(TempFileMediaOut, TellsOfALargeWriteThatFailsAtOnce) {
+    TemporaryDirectory const directory;
+    TempFileMediaOut out(directory.file("aXXXXXX"), true);
+    out << "abc";
+    FileSizeLimit const limit(50);
+    EXPECT_EQ(failureOf([&] { out << std::string(5000, 'a'); }), writeFailed);
+    EXPECT_EQ(out.tell(), 3U);
+}
+
 TEST(TempFileMediaOut, RefusesATemplateThatMakesNoFile) {
     TemporaryDirectory const directory;
     std::size_t const descriptors = openDescriptors();
