@@ -9,7 +9,6 @@ namespace Quillmark {
 namespace {
 
 using Word = std::uint32_t;
-using Words = std::array<Word, 16>;
 
 /// The whole part of 2^32 * |sin(i + 1)|, i + 1 in radians.
 constexpr std::array<Word, 64> sines{
@@ -48,41 +47,70 @@ Word littleEndian(unsigned char const* bytes) noexcept {
     return word;
 }
 
-/// One of the 64 steps. The four values stay where they are; their roles move on by one each step.
-///
-/// Every step waits for b, which the step before has made. Whatever does not need b is added up first,
-/// and G's two halves, which never have a bit in common, are added instead of joined.
-template <std::size_t Step>
-[[gnu::always_inline]] inline void step(Word (&v)[4], Words const& words) noexcept {
-    constexpr std::size_t round = Step / 16;
-    Word& a = v[(64 - Step) % 4];
-    Word const b = v[(65 - Step) % 4];
-    Word const c = v[(66 - Step) % 4];
-    Word const d = v[(67 - Step) % 4];
-    a += words[wordOf(Step)] + sines[Step];
-    if constexpr (round == 0) a += d ^ (b & (c ^ d));
-    if constexpr (round == 1) a += (c & ~d), a += b & d;
-    if constexpr (round == 2) a += b ^ (c ^ d);
-    if constexpr (round == 3) a += c ^ (b | ~d);
-    a = std::rotl(a, rotations[round][Step % 4]) + b;
+/// Has the compiler make the value now, and not in another order that it takes for as good.
+[[gnu::always_inline]] inline void settle(Word& value) noexcept {
+    asm("" : "+r"(value));
 }
 
-template <std::size_t... Steps>
-[[gnu::always_inline]] inline void allSteps(Word (&v)[4], Words const& words,
-                                            std::index_sequence<Steps...> /*each*/) noexcept {
-    (step<Steps>(v, words), ...);
+/// One of the 64 steps, in which @p a becomes what is nearly a new b.
+///
+/// The steps are one long chain, since each waits for the b that the one before has made: it takes 5, 4, 4
+/// and 5 operations a step in the four rounds, and there is nothing to gain but by keeping it so short.
+/// Whatever does not need b is added up first, and G's two halves, which never have a bit in common, are
+/// added instead of joined.
+template <std::size_t Step>
+[[gnu::always_inline]] inline void mix(Word& a, Word b, Word c, Word d, unsigned char const* block) noexcept {
+    constexpr std::size_t round = Step / 16;
+    a += littleEndian(block + 4 * wordOf(Step)) + sines[Step];
+    if constexpr (round == 1) a += c & ~d;
+    settle(a);
+    if constexpr (round == 0) a += d ^ (b & (c ^ d));
+    if constexpr (round == 1) a += b & d;
+    if constexpr (round == 2) {
+        Word early = c ^ d;
+        settle(early);
+        a += b ^ early;
+    }
+    if constexpr (round == 3) a += c ^ (b | ~d);
+    a = std::rotl(a, rotations[round][Step % 4]);
+}
+
+/// Four steps, after which every value has its role again. @p last is added with the last of them.
+template <std::size_t Step>
+[[gnu::always_inline]] inline void fourSteps(Word (&v)[4], unsigned char const* block, Word last) noexcept {
+    auto& [a, b, c, d] = v;
+    mix<Step>(a, b, c, d, block);
+    a += b;
+    mix<Step + 1>(d, a, b, c, block);
+    d += a;
+    mix<Step + 2>(c, d, a, b, block);
+    c += d;
+    last += c;
+    settle(last);
+    mix<Step + 3>(b, c, d, a, block);
+    b += last;
+}
+
+template <std::size_t... Four>
+[[gnu::always_inline]] inline void allSteps(Word (&v)[4], unsigned char const* block, Word last,
+                                            std::index_sequence<Four...> /*each*/) noexcept {
+    (fourSteps<4 * Four>(v, block, Four == 15 ? last : 0), ...);
 }
 
 }  // namespace
 
+// The values stay in registers from block to block, and the next one waits for b alone: what a block began
+// with is added to it in the step that makes it.
 void md5Compress(Md5State& state, unsigned char const* bytes, std::size_t count) noexcept {
+    Word v[4] = {state[0], state[1], state[2], state[3]};
     for (; count != 0; --count, bytes += md5BlockSize) {
-        Words words;
-        for (std::size_t i = 0; i < words.size(); ++i) words[i] = littleEndian(bytes + 4 * i);
-        Word v[4] = {state[0], state[1], state[2], state[3]};
-        allSteps(v, words, std::make_index_sequence<64>());
-        for (std::size_t i = 0; i < state.size(); ++i) state[i] += v[i];
+        Word const before[4] = {v[0], v[1], v[2], v[3]};
+        allSteps(v, bytes, before[1], std::make_index_sequence<16>());
+        v[0] += before[0];
+        v[2] += before[2];
+        v[3] += before[3];
     }
+    state = {v[0], v[1], v[2], v[3]};
 }
 
 }  // namespace Quillmark
