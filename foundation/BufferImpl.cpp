@@ -59,8 +59,16 @@ BufferImpl* newOwning(void* array, uint_t size, uint_t growStep) {
     return record;
 }
 
+/// Zero-filled. The small arrays that malloc keeps at hand for each thread are not calloc's to give.
+void* zeroed(std::size_t size) {
+    constexpr std::size_t small = 1032;
+    if (size > small) return std::calloc(size, 1);
+    void* const array = std::malloc(size);
+    return array ? std::memset(array, 0, size) : nullptr;
+}
+
 BufferImpl* newOwned(uint_t size, uint_t growStep) {
-    return newOwning(std::calloc(size, 1), size, growStep);
+    return newOwning(zeroed(size), size, growStep);
 }
 
 BufferImpl* newWrapping(void const* data, uint_t size) {

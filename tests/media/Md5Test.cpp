@@ -178,6 +178,26 @@ TEST(Md5Hasher, GivesADigestThatStaysWhenItGoes) {
     EXPECT_EQ(hex(content(copy)), "900150983cd24fb0d6963f7d28e17f72");
 }
 
+TEST(Md5Hasher, FillsTheDigestThatWasAskedForBefore) {
+    Md5Hasher early;
+    Buffer const digest = early.digest();
+    early.finalize();
+    Md5Hasher late;
+    late.finalize();
+    EXPECT_EQ(digest, late.digest());
+    EXPECT_EQ(early.digestAsHexString(), late.digestAsHexString());
+}
+
+TEST(Md5Hasher, ReadsWhatACallerMadeOfItsDigest) {
+    Md5Hasher hasher;
+    hasher.finalize();
+    Buffer digest = hasher.digest();
+    digest.fill('\x11');
+    EXPECT_EQ(hasher.digestAsHexString(), "11111111111111111111111111111111");
+    hasher.xorDigest(0x10101010);
+    EXPECT_EQ(hasher.digestAsHexString(), "01010101111111111111111111111111");
+}
+
 TEST(Md5Hasher, GivesADigestThatCannotGrow) {
     Md5Hasher const hasher = finished("abc");
     Buffer digest = hasher.digest();
