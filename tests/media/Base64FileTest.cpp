@@ -1,8 +1,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "include2/Base64Media"
+#include "include2/FileMedia"
 #include "tests/support/Support.h"
 
+using namespace Quillmark;
 using namespace QuillmarkTest;
 
 extern "C" {
@@ -25,6 +32,42 @@ std::string sample(std::size_t size) {
     for (std::size_t i = 0; i < size; ++i) result[i] = static_cast<char>(i * 31 >> 2);
     return result;
 }
+
+std::string repeated(std::string const& piece, std::size_t times) {
+    std::string result;
+    for (std::size_t i = 0; i < times; ++i) result += piece;
+    return result;
+}
+
+/// What a stream decodes a file to, whole blocks only when it fails, and what the C function gives then.
+std::pair<std::string, int> streamed(std::string const& path) {
+    std::string result;
+    FileMediaIn file(path);
+    Base64MediaIn decoder(file);
+    std::vector<unsigned char> block(16384);
+    try {
+        while (!decoder.atEnd()) {
+            int const got = decoder.read(block.data(), 16384);
+            result.append(block.begin(), block.begin() + got);
+        }
+    } catch (BufferException const&) {
+        return {result, -1};
+    }
+    return {result, 0};
+}
+
+/// Keeps what is written to it.
+class Text : public MediaOutImpl {
+public:
+    explicit Text(std::string& text) : m_text(text) {}
+    using MediaOutImpl::write;
+    void write(unsigned char const* data, unsigned int n) override {
+        m_text.append(reinterpret_cast<char const*>(data), n);
+    }
+
+private:
+    std::string& m_text;
+};
 
 /// Descriptors stay closed behind every test.
 class Base64File : public testing::Test {
@@ -126,6 +169,50 @@ TEST_F(Base64File, FailsOnBadTextAndKeepsWhatWasDecodedBefore) {
     EXPECT_EQ(readFile(out).substr(0, 16384).size(), 16384u);
     EXPECT_EQ(decode(directory.write("in", "=AAA"), out), -1);
     EXPECT_EQ(readFile(out), "");
+}
+
+TEST_F(Base64File, DecodesAsAStreamDoesAndKeepsAsMuchWhenItFails) {
+    std::string const line = repeated("A", 76) + "\n";
+    std::string const crlf = repeated("B", 72) + "\r\n";
+    std::string const endless(30000, 'C');
+    std::string const texts[] = {
+        repeated(line, 2000) + "TQ==\n" + repeated(crlf, 3000) + "TWE=\nTWFu",
+        repeated("TQ==\n", 60000),
+        repeated(line, 5000) + "T=\n" + repeated(line, 5000),
+        repeated(endless, 10) + "TQ= \n= \n",
+        repeated(endless, 10) + "TQ= \n",
+        repeated(line + endless + "\n", 20) + "TQ==TQ==\n" + line,
+        repeated("A\n", 200000),
+        repeated(line, 3404) + "T",
+        repeated("\n", 300000),
+    };
+    for (std::string const& text : texts) {
+        std::string const in = directory.write("in", text);
+        auto const [expected, result] = streamed(in);
+        EXPECT_EQ(decode(in, out), result);
+        EXPECT_TRUE(readFile(out) == expected) << text.substr(0, 20) << " " << text.size();
+    }
+    for (std::size_t at = 1; at < 400000; at += 9973) {
+        std::string text = repeated(line + endless + "\n", 14);
+        text[at % text.size()] = '#';
+        std::string const in = directory.write("in", text);
+        auto const [expected, result] = streamed(in);
+        EXPECT_EQ(decode(in, out), result);
+        EXPECT_TRUE(readFile(out) == expected) << at;
+    }
+}
+
+TEST_F(Base64File, EncodesAsAStreamDoes) {
+    for (std::size_t size :
+         {1u, 2u, 3u, 54u, 55u, 56u, 57u, 58u, 114u, 116735u, 116736u, 116737u, 233472u, 400000u}) {
+        std::string const content = sample(size);
+        EXPECT_EQ(encode(directory.write("in", content), out), 0);
+        std::string expected;
+        Base64MediaOut encoder(MediaOut(new Text(expected), false));
+        encoder << content;
+        encoder.end();
+        EXPECT_TRUE(readFile(out) == expected) << size;
+    }
 }
 
 TEST_F(Base64File, FailsWhenTheOutputIsFull) {
