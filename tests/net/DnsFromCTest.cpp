@@ -149,6 +149,7 @@ TEST(DnsFromC, MakesNoQueryWithoutAResolver) {
 }
 
 TEST(DnsFromC, KeepsTheServerOfAThread) {
+    LogRecorder const events;
     DnsResponder first("127.0.0.1", noSuchName);
     DnsResponder second("127.0.0.1", noSuchName);
     auto const ask = [](char const* name, char const* server, int port) {
@@ -163,6 +164,7 @@ TEST(DnsFromC, KeepsTheServerOfAThread) {
     ask("f.example", "127.0.0.1", second.port());
     EXPECT_EQ(second.asked(), "f.example 1 1\n");
     EXPECT_EQ(first.asked(), "");
+    EXPECT_EQ(events.text(), "");
 }
 
 TEST(DnsFromC, FindsAServerByItsName) {

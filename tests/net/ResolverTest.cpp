@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <thread>
 #include <type_traits>
 
@@ -159,12 +160,12 @@ TEST(Resolver, TellsWhyAQuestionFailed) {
         char const* text;
     } const rows[] = {
         {"none.example", HOST_NOT_FOUND, "Unknown host"},
+        {"a\0b.example"s, NO_RECOVERY, "Unknown server error"},
         {"nodata.example", NO_DATA, "No address associated with name"},
         {"refused.example", TRY_AGAIN, "Host name lookup failure"},
         {"broken.example", TRY_AGAIN, "Host name lookup failure"},
         {"silent.example", TRY_AGAIN, "Host name lookup failure"},
         {tooLong, NO_RECOVERY, "Unknown server error"},
-        {"a\0b.example"s, NO_RECOVERY, "Unknown server error"},
     };
     for (auto const& [name, error, text] : rows) {
         ResolverMessage const message =
@@ -189,25 +190,29 @@ TEST(Resolver, FailsWhereNobodyListens) {
 }
 
 TEST(Resolver, TakesATruncatedAnswerAndAsksNoMore) {
-    DnsResponder server("127.0.0.1", [](Asked const& asked) {
-        return response(asked, {1, 2}, record(pointer(12), 1, address192), 0x8380);
-    });
-    server.serveThisThread();
-    // Whoever asked again over TCP would come here.
-    int const listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    // Whoever asked again over TCP would come to a listener on the server's port, which may be another's.
+    std::unique_ptr<DnsResponder> server;
+    int listener = -1;
     sockaddr_in endpoint{};
     endpoint.sin_family = AF_INET;
-    endpoint.sin_port = htons(static_cast<in_port_t>(server.port()));
     endpoint.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&endpoint), sizeof endpoint), 0);
+    do {
+        if (listener != -1) ::close(listener);
+        listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        server = std::make_unique<DnsResponder>("127.0.0.1", [](Asked const& asked) {
+            return response(asked, {1, 2}, record(pointer(12), 1, address192), 0x8380);
+        });
+        endpoint.sin_port = htons(static_cast<in_port_t>(server->port()));
+    } while (::bind(listener, reinterpret_cast<sockaddr*>(&endpoint), sizeof endpoint) != 0);
     ASSERT_EQ(::listen(listener, 1), 0);
 
+    server->serveThisThread();
     ResolverMessage const message = Resolver::instance()->submit(1, 1, "host.example.com");
     EXPECT_TRUE(message.isTruncated());
     EXPECT_EQ(message.answers().size(), 1U);
     EXPECT_EQ(::accept(listener, nullptr, nullptr), -1);
     ::close(listener);
-    EXPECT_EQ(server.asked(), "host.example.com 1 1\n");
+    EXPECT_EQ(server->asked(), "host.example.com 1 1\n");
 }
 
 TEST(Resolver, TakesAnswersOfEverySizeUpToItsOwn) {
@@ -316,9 +321,26 @@ TEST(Resolver, FindsAHost) {
     EXPECT_EQ(failureOf([&] { (void)resolver.getHostname(IPAddress()); }), "IPAddress( 1 ) , IPAddress");
 }
 
+// A reverse name is whole, also for a thread that has names completed.
+TEST(Resolver, CompletesNoReverseName) {
+    DnsResponder server("127.0.0.1", noSuchName);
+    onThread([&] {
+        server.serveThisThread();
+        std::snprintf(_res.defdname, sizeof _res.defdname, "example.org");
+        _res.dnsrch[0] = _res.defdname;
+        _res.dnsrch[1] = nullptr;
+        _res.options |= RES_DEFNAMES | RES_DNSRCH;
+        Resolver::instance()->getHostname(IPAddress("192.0.2.1"s));
+    });
+    EXPECT_EQ(server.asked(), "1.2.0.192.in-addr.arpa 12 1\n");
+}
+
 TEST(Resolver, PointsAThreadAtAnIPv4Server) {
     onThread([] {
-        Resolver::instance()->server(IPAddress("192.0.2.53"s), 5353);
+        Resolver const& resolver = *Resolver::instance();
+        _res.nscount = 3;
+        _res._u._ext.nscount = 2;
+        resolver.server(IPAddress("192.0.2.53"s), 5353);
         EXPECT_EQ(_res.nscount, 1);
         EXPECT_EQ(_res.nsaddr_list[0].sin_family, 2);
         EXPECT_EQ(_res.nsaddr_list[0].sin_port, htons(5353));
@@ -330,10 +352,11 @@ TEST(Resolver, PointsAThreadAtAnIPv4Server) {
 TEST(Resolver, PointsAThreadAtAnIPv6Server) {
     onThread([] {
         Resolver::instance()->server(IPAddress("192.0.2.53"s), 5353);
+        _res.nscount = 3;
         Resolver::instance()->server(IPAddress("2001:db8::53"s), 53);
         EXPECT_EQ(_res.nscount, 1);
         EXPECT_EQ(_res._u._ext.nscount, 1);
-        sockaddr_in6 const& slot = *_res._u._ext.nsaddrs[0];
+        sockaddr_in6& slot = *_res._u._ext.nsaddrs[0];
         EXPECT_EQ(slot.sin6_family, 10);
         EXPECT_EQ(slot.sin6_port, htons(53));
         EXPECT_EQ(slot.sin6_flowinfo, 0U);
@@ -343,8 +366,11 @@ TEST(Resolver, PointsAThreadAtAnIPv6Server) {
         EXPECT_EQ(_res.nsaddr_list[0].sin_port, htons(5353));
 
         sockaddr_in6 const* const before = &slot;
+        slot.sin6_flowinfo = slot.sin6_scope_id = 7;
         Resolver::instance()->server(IPAddress("2001:db8::54"s), 54);
         EXPECT_EQ(_res._u._ext.nsaddrs[0], before);
+        EXPECT_EQ(slot.sin6_flowinfo, 0U);
+        EXPECT_EQ(slot.sin6_scope_id, 1U);
     });
 }
 
