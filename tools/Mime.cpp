@@ -200,15 +200,20 @@ struct Message::State {
 };
 
 void Message::State::readFields() {
-    GMimeObject* const object = message ? GMIME_OBJECT(message.get()) : root.get();
-    GMimeHeaderList* const list = g_mime_object_get_header_list(object);
-    int const count = g_mime_header_list_get_count(list);
-    fields.reserve(static_cast<std::size_t>(count));
-    for (int i = 0; i < count; ++i) {
-        GMimeHeader* const header = g_mime_header_list_get_header_at(list, i);
-        char const* const rawValue = g_mime_header_get_raw_value(header);
-        fields.push_back(
-            {textOf(g_mime_header_get_name(header)), unfolded(rawValue != nullptr ? rawValue : "")});
+    // A message leaves the fields about its content to its content.
+    std::vector<GMimeObject*> const objects =
+        message ? std::vector{GMIME_OBJECT(message.get()), g_mime_message_get_mime_part(message.get())}
+                : std::vector{root.get()};
+    for (GMimeObject* const object : objects) {
+        if (object == nullptr) continue;
+        GMimeHeaderList* const list = g_mime_object_get_header_list(object);
+        int const count = g_mime_header_list_get_count(list);
+        for (int i = 0; i < count; ++i) {
+            GMimeHeader* const header = g_mime_header_list_get_header_at(list, i);
+            char const* const rawValue = g_mime_header_get_raw_value(header);
+            fields.push_back(
+                {textOf(g_mime_header_get_name(header)), unfolded(rawValue != nullptr ? rawValue : "")});
+        }
     }
 }
 

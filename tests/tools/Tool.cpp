@@ -178,7 +178,7 @@ Running::~Running() {
         signal(SIGKILL);
         wait();
     }
-    ::close(m_out);
+    if (m_out >= 0) ::close(m_out);
     ::close(m_err);
 }
 
@@ -188,6 +188,10 @@ std::string Running::line() {
 
 std::string Running::error() {
     return nextLine(m_err);
+}
+
+void Running::closeOutput() {
+    ::close(std::exchange(m_out, -1));
 }
 
 void Running::signal(int number) const {

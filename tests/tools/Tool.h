@@ -45,9 +45,10 @@ public:
 
     std::string line();   ///< the next line of standard output, waited for; empty when there is none
     std::string error();  ///< the same of standard error
+    void closeOutput();   ///< from now on nobody reads its standard output
     void signal(int number) const;
     int process() const { return m_child; }  ///< its number
-    int wait();  ///< waits for the end. @return as Ran::status
+    int wait();                              ///< waits for the end. @return as Ran::status
 
 private:
     TemporaryDirectory m_place;
