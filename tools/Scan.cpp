@@ -309,6 +309,11 @@ private:
     std::atomic<bool> m_isOver{false};
 };
 
+/// Whether standard input is one of the paths.
+bool hasInput(SourceOptions const& options) {
+    return std::find(options.paths.begin(), options.paths.end(), "-") != options.paths.end();
+}
+
 /// Counts as long as the object lives, if it can be counted: a pipe gives its paths and messages once.
 class Counted {
 public:
@@ -316,9 +321,7 @@ public:
         struct stat status {};
         bool const listIsFile =
             options.list.empty() || (::stat(options.list.c_str(), &status) == 0 && S_ISREG(status.st_mode));
-        bool const hasInput =
-            std::find(options.paths.begin(), options.paths.end(), "-") != options.paths.end();
-        if (progress.isOn() && listIsFile && options.list != "-" && !hasInput)
+        if (progress.isOn() && listIsFile && options.list != "-" && !hasInput(options))
             m_end.emplace(m_counting.start());
     }
     ~Counted() {
@@ -389,6 +392,10 @@ int runScan(ScanOptions const& options, SourceOptions const& sources, Arbiter co
 int scan(ScanOptions const& options, Output& output) {
     SourceOptions sources{options.paths, options.filesFrom, options.nul, {}, {}};
     if (sources.paths.empty() && sources.list.empty()) sources.paths.emplace_back("-");
+    if (sources.list == "-" && hasInput(sources)) {
+        complain("standard input cannot be a message and the list of paths at once");
+        return Failed;
+    }
     if (!options.shard.empty() && !sources.shard.read(options.shard)) {
         complain("--shard: " + options.shard + " is not K/N, with K from 1 to N");
         return Failed;

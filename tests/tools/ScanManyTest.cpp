@@ -178,6 +178,12 @@ TEST(FilesFrom, SaysWhenTheListCannotBeRead) {
     EXPECT_EQ(linesOf(directory.out).back(), "1 message, 1 part, 1 link.");
 }
 
+TEST(FilesFrom, StandardInputIsTheListOrAMessage) {
+    Ran const ran = scan({"--files-from", "-", "-"}, {message("one")});
+    EXPECT_EQ(ran.status, 2);
+    EXPECT_EQ(ran.err, "quillmark: standard input cannot be a message and the list of paths at once\n");
+}
+
 TEST(FilesFrom, AnEmptyListIsNoInput) {
     Ran const ran = scan({"--files-from", "-"});
     EXPECT_EQ(ran.out,
