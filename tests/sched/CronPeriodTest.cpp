@@ -1,8 +1,10 @@
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <climits>
 #include <cstdint>
 #include <ctime>
+#include <ostream>
 #include <random>
 #include <set>
 #include <string>
@@ -571,64 +573,74 @@ std::string described(Period const& period, long now, long found) {
            std::to_string(found) + " (" + Period::time2str(&found) + ")";
 }
 
+void PrintTo(TestZone const& zone, std::ostream* out) {
+    *out << zone.name;
+}
+
+/// Each of the zones, in a test of its own.
+class CronZone : public testing::TestWithParam<TestZone> {
+protected:
+    TestZone const& row = GetParam();
+    TemporaryDirectory const directory;
+    Decade const decade{row, directory};
+    std::mt19937 random{20'261'025};
+};
+
+std::string nameOf(testing::TestParamInfo<TestZone> const& info) {
+    std::string name = info.param.name;
+    name.erase(std::remove_if(name.begin(), name.end(), [](unsigned char c) { return !std::isalpha(c); }),
+               name.end());
+    return name;
+}
+
 }  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Twelve, CronZone, testing::ValuesIn(zones), nameOf);
 
 // Each minute of the ten years either is one in which the clock shows a slot, and is given from the slot
 // before it on, or is none and is not given.
-TEST(CronPeriod, AgreesWithTheClockInEachMinuteOfTenYearsInTwelveZones) {
-    TemporaryDirectory const directory;
-    std::mt19937 random(20'261'025);
-    for (TestZone const& row : zones) {
-        Decade const decade(row, directory);
-        auto const minutes = shownIn(decade);
-        for (Period const& period : regularPeriods) {
-            if (!row.isPlain && period.length() < 6 * 3600) continue;
-            auto const slots = slotsOf(period);
-            long slot = decade.begin;
-            for (std::size_t minute = 1; minute < minutes.size() && !HasFailure(); ++minute) {
-                if (!slots[minutes[minute]]) continue;
-                long const expected = decade.begin + static_cast<long>(minute) * 60;
-                EXPECT_TRUE(period.type() != DAY || isReadBack(expected)) << row.name << ": " << expected;
-                auto const distance = static_cast<unsigned long>(expected - slot);
-                for (long const now : {slot, slot + static_cast<long>(random() % distance)}) {
-                    if (now != slot && random() % 4 != 0) continue;
-                    period.reset(now, false);
-                    if (period.next() != expected)
-                        ADD_FAILURE() << row.name << ": " << described(period, now, period.next()) << ", not "
-                                      << expected;
-                }
-                slot = expected;
+TEST_P(CronZone, AgreesWithTheClockInEachMinuteOfTenYears) {
+    EXPECT_GE(decade.changes.size(), 4U);
+    auto const minutes = shownIn(decade);
+    for (Period const& period : regularPeriods) {
+        if (!row.isPlain && period.length() < 6 * 3600) continue;
+        auto const slots = slotsOf(period);
+        long slot = decade.begin;
+        for (std::size_t minute = 1; minute < minutes.size() && !HasFailure(); ++minute) {
+            if (!slots[minutes[minute]]) continue;
+            long const expected = decade.begin + static_cast<long>(minute) * 60;
+            EXPECT_TRUE(period.type() != DAY || isReadBack(expected)) << expected;
+            auto const distance = static_cast<unsigned long>(expected - slot);
+            for (long const now : {slot, slot + static_cast<long>(random() % distance)}) {
+                if (now != slot && random() % 4 != 0) continue;
+                period.reset(now, false);
+                if (period.next() != expected)
+                    ADD_FAILURE() << described(period, now, period.next()) << ", not " << expected;
             }
+            slot = expected;
         }
     }
 }
 
 // The periods whose slots depend on where the search begins, with all others: minute by minute around each
 // change of the clock, and at random moments between them, as a search with mktime finds them.
-TEST(CronPeriod, SearchesAsTheCLibraryDoesOverTenYearsInTwelveZones) {
-    TemporaryDirectory const directory;
-    std::mt19937 random(20'260'329);
-    for (TestZone const& row : zones) {
-        Decade const decade(row, directory);
-        EXPECT_GE(decade.changes.size(), 4U) << row.name;
-        std::vector<long> moments;
-        for (long const change : decade.changes)
-            for (long minutes = -150; minutes < 150; ++minutes)
-                moments.insert(moments.end(), 3, change + minutes * 60);
-        for (int i = 0; i < 10'000; ++i)
-            moments.push_back(decade.begin + static_cast<long>(random() % (3652UL * day)));
-        int wrong = 0;
-        for (long const moment : moments) {
-            long const now = moment + (random() % 4 == 0 ? static_cast<long>(random() % 60) : 0);
-            Period const& period = periods[random() % periods.size()];
-            bool const allowNow = random() % 2 == 0;
-            period.reset(now, allowNow);
-            long const found = period.next();
-            if (found == searched(period, now, allowNow, false)) continue;
-            if (period.type() != DAY && found == searched(period, now, allowNow, true)) continue;
-            if (++wrong > 3) break;
-            ADD_FAILURE() << row.name << ": " << described(period, now, found) << ", not "
-                          << searched(period, now, allowNow, false);
-        }
+TEST_P(CronZone, SearchesAsTheCLibraryDoesOverTenYears) {
+    std::vector<long> moments;
+    for (long const change : decade.changes)
+        for (long minutes = -150; minutes < 150; ++minutes)
+            moments.insert(moments.end(), 3, change + minutes * 60);
+    for (int i = 0; i < 10'000; ++i)
+        moments.push_back(decade.begin + static_cast<long>(random() % (3652UL * day)));
+    int wrong = 0;
+    for (long const moment : moments) {
+        long const now = moment + (random() % 4 == 0 ? static_cast<long>(random() % 60) : 0);
+        Period const& period = periods[random() % periods.size()];
+        bool const allowNow = random() % 2 == 0;
+        period.reset(now, allowNow);
+        long const found = period.next();
+        if (found == searched(period, now, allowNow, false)) continue;
+        if (period.type() != DAY && found == searched(period, now, allowNow, true)) continue;
+        if (++wrong > 3) break;
+        ADD_FAILURE() << described(period, now, found) << ", not " << searched(period, now, allowNow, false);
     }
 }
