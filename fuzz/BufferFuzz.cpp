@@ -24,6 +24,16 @@ Bytes bytesOf(Buffer const& buffer) {
     return {buffer.data(), buffer.data() + buffer.length()};
 }
 
+/// What the third buffer may wrap.
+std::array<unsigned char, 24> memory;
+
+/// What an append finds: how many bytes there may be, 0 for any number, and how many have a place without a move.
+struct Room {
+    uint_t limit;
+    uint_t allocated;
+    bool wrapped;  ///< memory of ours, which is not to be moved
+};
+
 /// What handles that share bytes have in common.
 struct Shared {
     Bytes bytes;
@@ -46,8 +56,12 @@ struct Pair {
     }
 
     /// Takes as many of the bytes as the limit leaves room for.
-    void append(Bytes const& more, uint_t limit) {
-        std::size_t const room = limit == 0 ? SIZE_MAX : limit - std::min<std::size_t>(limit, bytes().size());
+    void append(Bytes const& more, Room const& found) {
+        std::size_t const most = found.limit == 0 ? SIZE_MAX : found.limit;
+        std::size_t const room = most - std::min(most, bytes().size());
+        bool const wrapsNothing = bytes().empty() && found.limit == 0;
+        bool const fits = bytes().size() + std::min(room, more.size()) <= found.allocated;
+        if (found.wrapped && !fits && !wrapsNothing) return;  // all or nothing
         bytes().insert(bytes().end(), more.begin(),
                        more.begin() + static_cast<long>(std::min(room, more.size())));
     }
@@ -103,19 +117,20 @@ void change(Pair& pair, Pair& other, Input& in) {
     uint_t const before = buffer.size();
     // What has to be known before the buffer has bytes of its own, which are not limited any more.
     bool const copies = pair.model->copiesOnWrite && pair.model.use_count() > 1;
-    uint_t const limit = copies ? 0 : buffer.maxSize();
+    bool const wrapped = std::as_const(buffer).data() == memory.data();
+    Room const room{copies ? 0 : buffer.maxSize(), before, wrapped && !copies};
     switch (in.number(0, 17)) {
     case 0:
         buffer.append(byte);
         pair.change();
-        pair.append({byte}, limit);
+        pair.append({byte}, room);
         break;
     case 1: {
         Bytes const bytes = bytesOf(in.bytes(count));
         if (bytes.empty()) break;
         buffer.append(bytes.data(), static_cast<unsigned int>(bytes.size()));
         pair.change();
-        pair.append(bytes, limit);
+        pair.append(bytes, room);
         break;
     }
     case 2: {
@@ -123,7 +138,7 @@ void change(Pair& pair, Pair& other, Input& in) {
         if (bytes.size() > 4096 || bytes.empty()) break;
         buffer.append(other.buffer);
         pair.change();
-        pair.append(bytes, limit);
+        pair.append(bytes, room);
         break;
     }
     case 3:
@@ -251,7 +266,7 @@ void change(Pair& pair, Pair& other, Input& in) {
 
 int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     Input in(data, size);
-    std::array<unsigned char, 24> memory{};
+    memory = {};
     Pair pairs[3];
     auto const small = static_cast<int>(in.number(1, 40));
     pairs[1].buffer = Buffer(small, static_cast<int>(in.number(0, 20)));

@@ -3,6 +3,7 @@
 #include "fuzz/support/Fuzz.h"
 #include "include2/HostName"
 #include "include2/IPAddress"
+#include "net/HostNameReader.h"
 
 using namespace Quillmark;
 using namespace QuillmarkFuzz;
@@ -48,6 +49,8 @@ int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     std::string const text = Input(data, size).rest();
     for (bool const parseDomain : {false, true})
         for (bool const strict : {false, true}) check(text, parseDomain, strict);
+    claimSame("whether a piece of a text is a name", HostNameReader::isValid(text),
+              HostName::isValidHostname(text, false));
     HostName const strict(text, false, true), loose(text, false, false);
     claim(strict.isNull() || strict == loose, "a strict look finds what a loose one finds, or nothing");
     return 0;

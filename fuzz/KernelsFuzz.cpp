@@ -1,10 +1,11 @@
-// Every function that is fast for a reason, beside its plain twin.
+// Every function that is fast for a reason, beside its plain twin: every kernel that this machine can run.
 
 #include <vector>
 
 #include "foundation/Base64.h"
 #include "fuzz/support/Fuzz.h"
 #include "media/Md5Block.h"
+#include "uri/LinkScan.h"
 
 using namespace Quillmark;
 using namespace QuillmarkFuzz;
@@ -13,52 +14,82 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-Bytes bytesOf(std::string const& text, std::size_t unit) {
-    return {text.begin(), text.begin() + static_cast<std::ptrdiff_t>(text.size() / unit * unit)};
+/// Memory of exactly this size, so that a byte too many is seen.
+Bytes bytesOf(std::string_view text) {
+    return {text.begin(), text.end()};
 }
 
-void base64Encodes(std::string const& text) {
-    Bytes const in = bytesOf(text, 3);
-    std::string fast(in.size() / 3 * 4, '?'), plain = fast;
-    base64EncodeGroups(in.data(), in.size() / 3, fast.data());
-    base64EncodeGroupsPlain(in.data(), in.size() / 3, plain.data());
-    claimSame("Base64 encoded, fast and plain", fast, plain);
+std::string textOf(Bytes const& bytes, std::size_t size) {
+    return {bytes.begin(), bytes.begin() + static_cast<long>(size)};
 }
 
-void base64Decodes(std::string const& text) {
-    Bytes const in = bytesOf(text, 4);
-    std::string fast(in.size() / 4 * 3, '?'), plain = fast;
-    std::size_t const groups =
-        base64DecodeGroups(in.data(), in.size() / 4, reinterpret_cast<unsigned char*>(fast.data()));
-    std::size_t const plainGroups =
-        base64DecodeGroupsPlain(in.data(), in.size() / 4, reinterpret_cast<unsigned char*>(plain.data()));
-    claimSame("groups of Base64 decoded, fast and plain", groups, plainGroups);
-    claimSame("Base64 decoded, fast and plain", fast.substr(0, groups * 3), plain.substr(0, groups * 3));
-    Bytes inPlace = in;
-    claimSame("groups decoded in place", base64DecodeGroups(inPlace.data(), in.size() / 4, inPlace.data()),
-              groups);
-    claimSame("Base64 decoded in place",
-              std::string(inPlace.begin(), inPlace.begin() + static_cast<long>(groups * 3)),
-              fast.substr(0, groups * 3));
+void base64Encodes(std::string_view text) {
+    Bytes const in = bytesOf(text);
+    Base64Kernel const& plain = base64Kernels().back();
+    std::string groups(text.size() / 3 * 4, '?');
+    std::string lines(text.size() / base64LineBytes * (base64LineLength + 1), '?');
+    plain.encodeGroups(in.data(), text.size() / 3, groups.data());
+    plain.encodeLines(in.data(), text.size() / base64LineBytes, lines.data());
+    for (Base64Kernel const& kernel : base64Kernels()) {
+        if (!cpuHas(kernel.needs)) continue;
+        std::vector<char> out(groups.size(), '!');
+        kernel.encodeGroups(in.data(), text.size() / 3, out.data());
+        claimSame(std::string("groups encoded by ") + kernel.name, std::string(out.begin(), out.end()),
+                  groups);
+        out.assign(lines.size(), '!');
+        kernel.encodeLines(in.data(), text.size() / base64LineBytes, out.data());
+        claimSame(std::string("lines encoded by ") + kernel.name, std::string(out.begin(), out.end()), lines);
+    }
 }
 
-void md5Compresses(std::string const& text) {
-    Bytes const in = bytesOf(text, md5BlockSize);
+void base64Decodes(std::string_view text) {
+    Bytes const in = bytesOf(text);
+    Bytes plain(text.size() * 3 / 4, '?');
+    Base64Run const run = base64Kernels().back().decode(in.data(), in.size(), plain.data());
+    for (Base64Kernel const& kernel : base64Kernels()) {
+        if (!cpuHas(kernel.needs)) continue;
+        std::string const by = std::string(" decoded by ") + kernel.name;
+        Bytes out(plain.size(), '!');
+        claim(kernel.decode(in.data(), in.size(), out.data()) == run, "how far it goes," + by);
+        claimSame("bytes" + by, textOf(out, run.written), textOf(plain, run.written));
+        Bytes inPlace = in;
+        claim(kernel.decode(inPlace.data(), in.size(), inPlace.data()) == run,
+              "how far it goes in place," + by);
+        claimSame("bytes in place" + by, textOf(inPlace, run.written), textOf(plain, run.written));
+    }
+}
+
+void md5Compresses(std::string_view text) {
+    Bytes const in = bytesOf(text.substr(0, text.size() / md5BlockSize * md5BlockSize));
     Md5State together = md5InitialState, apart = md5InitialState;
     md5Compress(together, in.data(), in.size() / md5BlockSize);
     for (std::size_t i = 0; i < in.size(); i += md5BlockSize) {
-        Bytes const block(in.begin() + static_cast<std::ptrdiff_t>(i),
-                          in.begin() + static_cast<std::ptrdiff_t>(i + md5BlockSize));
+        Bytes const block = bytesOf(text.substr(i, md5BlockSize));
         md5Compress(apart, block.data(), 1);
     }
     claimSame("MD5 of many blocks and of one after the other", together, apart);
 }
 
+void marksLinks(std::string_view text) {
+    Bytes const in = bytesOf(text);
+    std::string_view const exact(reinterpret_cast<char const*>(in.data()), in.size());
+    for (HighBytes const highBytes : {HighBytes::Unseen, HighBytes::InLinks, HighBytes::Foreign})
+        for (std::size_t from = 0; from <= exact.size();) {
+            std::size_t const plain = linkScans().back().nextMark(exact, from, highBytes);
+            for (LinkScan const& scan : linkScans())
+                if (cpuHas(scan.needs))
+                    claimSame("the mark behind " + std::to_string(from),
+                              scan.nextMark(exact, from, highBytes), plain);
+            from = plain + 1;
+        }
+}
+
 // Whoever adds a kernel adds a line.
-constexpr void (*kernels[])(std::string const&) = {
+constexpr void (*kernels[])(std::string_view) = {
     base64Encodes,
     base64Decodes,
     md5Compresses,
+    marksLinks,
 };
 
 }  // namespace
@@ -66,7 +97,7 @@ constexpr void (*kernels[])(std::string const&) = {
 int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     std::string const text = Input(data, size).rest();
     for (auto const kernel : kernels) kernel(text);
-    // Repeated until every kernel has left its first block; and from an odd address on.
+    // Repeated until every kernel has left its first block.
     std::string longer;
     while (!text.empty() && longer.size() < 512) longer += text;
     for (auto const kernel : kernels) kernel(longer);

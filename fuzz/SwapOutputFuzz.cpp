@@ -45,6 +45,12 @@ std::string readBack(SwapBufferMediaOut const& swap) {
     return textOf(out.buffer());
 }
 
+std::string repeated(std::string const& piece, std::size_t times) {
+    std::string text;
+    while (times-- > 0) text += piece;
+    return text;
+}
+
 constexpr char const good[] = "/tmp/quillmark-fuzz-XXXXXX";
 constexpr char const bad[] = "/nonexistent/quillmark-fuzz-XXXXXX";
 
@@ -69,7 +75,9 @@ int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
         bool failed = false;      // a write complained
         bool lost = false;        // after the swap file was there
         while (!in.empty()) {
-            std::string const piece = in.piece(60);
+            std::string piece = in.piece(60);
+            if (in.number(0, 7) == 7)
+                piece = repeated(piece, in.number(1, 100));  // beyond what stdio holds back
             if (piece.empty() && in.left() < 2) break;
             bool const enough = swap.overflow();
             bool const reached = limit != 0 && offered >= limit;
