@@ -16,15 +16,14 @@ class DomainLists {
 public:
     DomainLists() noexcept;
 
-    bool hasCountryCode(std::string_view suffix) const { return has(DomainListKind::CountryCode, suffix); }
-    bool hasGeneric(std::string_view suffix) const { return has(DomainListKind::Generic, suffix); }
-    bool hasInternationalised(std::string_view suffix) const {
-        return has(DomainListKind::Internationalised, suffix);
-    }
+    /// True for a suffix of two labels in the list of country codes.
+    bool hasCountryCode(std::string_view suffix) const;
+    /// True for a label in the internationalised or the generic list.
+    bool hasTopLevel(std::string_view label) const;
 
     /// Stands for the three lists as they are at this moment: what was found in them is good as long as
     /// this stays the same. 0 while one of them has yet to be read.
-    std::uint32_t state() const noexcept;
+    static std::uint32_t state() noexcept;
 
     /// The list itself, read when it has to be.
     Handle<DomainNameList> list(DomainListKind kind) const;
@@ -36,7 +35,7 @@ public:
     };
 
 private:
-    bool has(DomainListKind kind, std::string_view suffix) const;
+    bool has(DomainListKind kind, std::string_view suffix, std::uint32_t hash) const;
     DomainNameList* seenList(DomainListKind kind) const noexcept;
 
     std::uint32_t volatile const* m_area;  ///< null where there is no configuration area

@@ -1,6 +1,7 @@
 #pragma once
 // Host names out of pieces of a text.
 
+#include <string>
 #include <string_view>
 
 #include "include2/HostName"
@@ -16,6 +17,7 @@ public:
 
 private:
     static Handle<HostNameImpl> impl(std::string_view text, bool parseDomain, bool strict);
+    static Handle<HostNameImpl> ofAddress(std::string_view text, std::string const& idn);
 
     friend class HostName;
 };

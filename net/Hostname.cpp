@@ -163,12 +163,13 @@ struct Split {
     std::string_view domain;
 };
 
-Split split(std::string_view name, DomainLists const& lists) {
+Split split(std::string_view name) {
     auto const dotBefore = [name](std::size_t end) { return end == 0 ? npos : name.rfind('.', end - 1); };
     std::size_t const last = dotBefore(name.size());
     if (last == npos) return {};
     std::string_view const label = name.substr(last + 1);
-    auto const isSuffix = [&] { return lists.hasInternationalised(label) || lists.hasGeneric(label); };
+    DomainLists const lists;
+    auto const isSuffix = [&] { return lists.hasTopLevel(label); };
 
     std::size_t const dot = dotBefore(last);
     if (dot == npos) return {{}, isSuffix() ? name : std::string_view()};
@@ -185,7 +186,7 @@ Split split(std::string_view name, DomainLists const& lists) {
 }
 
 void assignChange(std::string& text, std::string_view value) {
-    if (text != value) text = value;
+    if (text.empty() ? !value.empty() : text != value) text = std::string(value);
 }
 
 }  // namespace
@@ -212,11 +213,11 @@ bool HostNameImpl::isIPAddress() const {
 
 void HostNameImpl::parse() const {
     if (m_parsed) return;
-    DomainLists const lists;
-    std::uint32_t const state = lists.state();
+    // Of before the search, should the lists change meanwhile.
+    std::uint32_t const state = DomainLists::state();
     std::atomic_ref<std::uint32_t> const found(m_lists);  // a thread may look while another one notes it
     if (state != 0 && state == found.load(std::memory_order_relaxed)) return;
-    Split const parts = split(m_name, lists);
+    Split const parts = split(m_name);
     assignChange(m_host, parts.host);
     assignChange(m_domain, parts.domain);
     if (found.load(std::memory_order_relaxed) != state) found.store(state, std::memory_order_relaxed);
@@ -227,34 +228,36 @@ Handle<HostNameImpl> HostNameReader::impl(std::string_view text, bool parseDomai
     Traits const traits(text);
     bool const isIPAddress = traits.mayBeIPAddress() && IPAddress::isValidIPAddress(std::string(text));
     if (!isIPAddress && hasShortLastLabel(text)) return {};
+    // Kept for the daemons: an IPv6 literal is no plain name, for its colons.
+    bool const isUtf8 = !traits.isPlainName() && !traits.isAscii() && ::isValidUtf8(text.data(), text.size());
+    if (strict && !traits.isPlainName() && !isUtf8) return {};
+    if (isUtf8 && text.find('\0') != npos) return {};  // the IDN library would lose what follows it
 
-    std::string name;
-    std::string idn;
-    if (!traits.isPlainName() && !traits.isAscii() && ::isValidUtf8(text.data(), text.size())) {
-        if (text.find('\0') != npos) return {};  // the IDN library would lose what follows it
+    Handle<HostNameImpl> made(new HostNameImpl({}, {}, false), false);
+    std::string& name = made->m_name;
+    if (isUtf8) {
         // Kept for the daemons: a text that has no ASCII form is a name without text.
         if (toAscii(text, name)) {
             ::copyStringToLower(name, name);
             if (!isPlainName(name)) return {};
-            idn = text;
+            made->m_idn = text;
         }
     } else {
-        // Kept for the daemons: an IPv6 literal is no plain name, for its colons.
-        if (strict && !traits.isPlainName()) return {};
-        name = text;
+        name = std::string(text);
         if (traits.hasCapitals()) ::copyStringToLower(name, name);
     }
-
-    if (isIPAddress) {
-        try {
-            name = IPAddress(std::string(text)).asString(true);
-        } catch (Exception const&) {
-            return {};
-        }
-    }
-    Handle<HostNameImpl> made(new HostNameImpl(std::move(name), std::move(idn), isIPAddress), false);
-    if (parseDomain && !isIPAddress && made->domain().empty()) return {};
+    if (isIPAddress) return ofAddress(text, made->m_idn);
+    if (parseDomain && made->domain().empty()) return {};
     return made;
+}
+
+// Kept for the daemons: what is valid and yet does not construct is no name.
+Handle<HostNameImpl> HostNameReader::ofAddress(std::string_view text, std::string const& idn) {
+    try {
+        return {new HostNameImpl(IPAddress(std::string(text)).asString(true), idn, true), false};
+    } catch (Exception const&) {
+        return {};
+    }
 }
 
 HostName HostNameReader::read(std::string_view text, bool parseDomain, bool strict) {

@@ -67,21 +67,26 @@ std::uint64_t load(char const* at) {
     return word;
 }
 
-/// Names are short: eight bytes a step, then what is left as one word.
+std::uint64_t mixed(std::uint64_t hash, std::uint64_t word) {
+    hash = (hash ^ word) * 0x9e3779b97f4a7c15;
+    return hash ^ (hash >> 32);
+}
+
+/// Names are short: their first and their last bytes cover them, whatever overlaps. Longer ones go by steps
+/// of eight bytes.
 std::uint32_t hashOf(std::string_view name) {
-    auto const mixed = [](std::uint64_t hash, std::uint64_t word) {
-        hash = (hash ^ word) * 0x9e3779b97f4a7c15;
-        return hash ^ (hash >> 32);
-    };
     char const* at = name.data();
     std::size_t left = name.size();
     std::uint64_t hash = left;
-    for (; left >= 8; at += 8, left -= 8) hash = mixed(hash, load<std::uint64_t>(at));
-    if (left >= 4)
+    for (; left > 16; at += 8, left -= 8) hash = mixed(hash, load<std::uint64_t>(at));
+    if (left >= 8) {
+        hash = mixed(mixed(hash, load<std::uint64_t>(at)), load<std::uint64_t>(at + left - 8));
+    } else if (left >= 4) {
         hash = mixed(hash, load<std::uint32_t>(at) << 32 | load<std::uint32_t>(at + left - 4));
-    else if (left > 0)
+    } else if (left > 0) {
         hash = mixed(hash, load<std::uint8_t>(at) << 16 | load<std::uint8_t>(at + left / 2) << 8 |
                                load<std::uint8_t>(at + left - 1));
+    }
     return static_cast<std::uint32_t>(hash);
 }
 
@@ -244,22 +249,36 @@ DomainNameList* DomainLists::seenList(DomainListKind kind) const noexcept {
     return isPresent ? last.list : nullptr;
 }
 
-std::uint32_t DomainLists::state() const noexcept {
+std::uint32_t DomainLists::state() noexcept {
     std::uint32_t published = 1;  // which alone stands for the lists that never change
-    if (!m_area) return published;
+    std::uint32_t volatile const* const area = __atomic_load_n(&nCfg_debug_zone, __ATOMIC_ACQUIRE);
+    if (!area) return published;
+    std::uint32_t const generation = generationOf(area);
     for (auto const& shared : stamps) {
         std::uint64_t const stamp = shared.load(std::memory_order_acquire);
         auto const times = static_cast<std::uint32_t>(stamp >> 32);
-        if (times == 0 || generationOf(stamp) != m_generation) return 0;
+        if (times == 0 || generationOf(stamp) != generation) return 0;
         published += times;
     }
     return published;
 }
 
-bool DomainLists::has(DomainListKind kind, std::string_view suffix) const {
-    if (!m_area) return unchanging(kind)->contains(suffix);
-    if (DomainNameList const* const list = seenList(kind)) return list->contains(suffix);
-    return published(kind).list(kind, m_area)->contains(suffix);
+bool DomainLists::has(DomainListKind kind, std::string_view suffix, std::uint32_t hash) const {
+    auto const holds = [&](DomainNameList const& list) {
+        return suffix.size() <= longestLine && list.m_places[list.placeOf(suffix, hash)].text;
+    };
+    if (!m_area) return holds(*unchanging(kind));
+    if (DomainNameList const* const list = seenList(kind)) return holds(*list);
+    return holds(*published(kind).list(kind, m_area));
+}
+
+bool DomainLists::hasCountryCode(std::string_view suffix) const {
+    return has(DomainListKind::CountryCode, suffix, hashOf(suffix));
+}
+
+bool DomainLists::hasTopLevel(std::string_view label) const {
+    std::uint32_t const hash = hashOf(label);
+    return has(DomainListKind::Internationalised, label, hash) || has(DomainListKind::Generic, label, hash);
 }
 
 Handle<DomainNameList> DomainLists::list(DomainListKind kind) const {
