@@ -3,7 +3,10 @@
 #include "platform/quill_string.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
+#include <cstring>
+#include <iterator>
 #include <string_view>
 #include <vector>
 
@@ -59,18 +62,37 @@ constexpr Sequence sequences[] = {
     {0xf1, 0xf3, 0x80, 0xbf, 4}, {0xf4, 0xf4, 0x80, 0x8f, 4},
 };
 
-// The length of the sequence that the text begins with, or 0 when none is well formed.
+// By first byte: the row above, counted from 1; 0 for a byte that no sequence begins with.
+constexpr std::array<std::uint8_t, 256> rowByFirst = [] {
+    std::array<std::uint8_t, 256> rows{};
+    for (std::size_t row = 0; row < std::size(sequences); ++row)
+        for (std::size_t byte = sequences[row].first; byte <= sequences[row].last; ++byte)
+            rows[byte] = static_cast<std::uint8_t>(row + 1);
+    return rows;
+}();
+
+// The length of the sequence that the text begins with, which is no ASCII; 0 when none is well formed.
 std::size_t sequenceLength(std::string_view text) {
     auto const byte = [&](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
-    if (byte(0) < 0x80) return 1;
-    auto const* const row = std::find_if(std::begin(sequences), std::end(sequences), [&](Sequence const& s) {
-        return byte(0) >= s.first && byte(0) <= s.last;
-    });
-    if (row == std::end(sequences) || text.size() < row->length) return 0;
-    if (byte(1) < row->secondMin || byte(1) > row->secondMax) return 0;
-    for (std::size_t i = 2; i < row->length; ++i)
+    std::size_t const row = rowByFirst[byte(0)];
+    if (row == 0) return 0;
+    Sequence const& sequence = sequences[row - 1];
+    if (text.size() < sequence.length) return 0;
+    if (byte(1) < sequence.secondMin || byte(1) > sequence.secondMax) return 0;
+    for (std::size_t i = 2; i < sequence.length; ++i)
         if ((byte(i) & 0xc0) != 0x80) return 0;
-    return row->length;
+    return sequence.length;
+}
+
+// How many bytes of ASCII the text begins with, eight of them a step.
+std::size_t asciiLength(std::string_view text) {
+    std::size_t length = 0;
+    for (std::uint64_t word = 0; text.size() - length >= sizeof word; length += sizeof word) {
+        std::memcpy(&word, text.data() + length, sizeof word);
+        if ((word & 0x8080808080808080) != 0) break;
+    }
+    while (length < text.size() && static_cast<std::uint8_t>(text[length]) < 0x80) ++length;
+    return length;
 }
 
 }  // namespace
@@ -118,7 +140,7 @@ std::size_t stringFindNonWhiteSpace(std::string const& text, std::size_t start) 
 
 bool isValidUtf8(char const* text, std::size_t length) {
     std::string_view rest = text ? std::string_view(text, length) : std::string_view();
-    while (!rest.empty()) {
+    for (rest.remove_prefix(asciiLength(rest)); !rest.empty(); rest.remove_prefix(asciiLength(rest))) {
         std::size_t const taken = sequenceLength(rest);
         if (taken == 0) return false;
         rest.remove_prefix(taken);
