@@ -1,7 +1,7 @@
 #include "include2/EmailAddress"
 
-#include <mutex>
 #include <ostream>
+#include <thread>
 #include <utility>
 
 #include "foundation/Fail.h"
@@ -15,9 +15,6 @@ namespace Quillmark {
 namespace {
 
 constexpr Site here{"EmailAddressImpl", 0};
-
-// Serialises the making of texts for addresses that were not filled by a parser, which is rare.
-std::mutex s_lock;
 
 bool holdsNul(std::string const& text) noexcept {
     return text.find('\0') != std::string::npos;
@@ -105,25 +102,42 @@ void EmailAddressImpl::displayName(std::string const& text) {
     m_displayName = text;
 }
 
+// Makes a text that nobody made yet. Threads may ask for it at once: one of them makes it, and the others
+// wait for the few instructions that this takes.
+template <class Make>
+void EmailAddressImpl::once(Made text, Make make) const {
+    auto const with = [](int made, Made more) { return static_cast<unsigned char>(made | more); };
+    unsigned char seen = m_made.load(std::memory_order_acquire);
+    while ((seen & text) == 0) {
+        if ((seen & Making) != 0) {
+            std::this_thread::yield();
+            seen = m_made.load(std::memory_order_acquire);
+        } else if (m_made.compare_exchange_weak(seen, with(seen, Making), std::memory_order_acquire)) {
+            try {
+                make();
+            } catch (...) {
+                m_made.store(seen, std::memory_order_release);
+                throw;
+            }
+            m_made.store(with(seen, text), std::memory_order_release);
+            return;
+        }
+    }
+}
+
 std::string const& EmailAddressImpl::address() const {
-    if ((m_made.load(std::memory_order_acquire) & MadeAddress) != 0 || m_local.empty()) return m_address;
-    std::lock_guard const guard(s_lock);
-    if ((m_made.load(std::memory_order_relaxed) & MadeAddress) != 0) return m_address;
-    m_address = m_domain.empty() ? m_local : m_local + '@' + m_domain;
-    m_made.fetch_or(MadeAddress, std::memory_order_release);
+    if (m_local.empty()) return m_address;  // and it may yet get a local part
+    once(MadeAddress, [this] { m_address = m_domain.empty() ? m_local : m_local + '@' + m_domain; });
     return m_address;
 }
 
 std::string const& EmailAddressImpl::asString() const {
-    auto const text = [this]() -> std::string const& { return m_asString.empty() ? m_address : m_asString; };
-    if ((m_made.load(std::memory_order_acquire) & MadeText) != 0) return text();
     std::string const& joined = address();
     if (m_displayName.empty() && joined.empty()) return m_asString;
-    std::lock_guard const guard(s_lock);
-    if ((m_made.load(std::memory_order_relaxed) & MadeText) != 0) return text();
-    if (!m_displayName.empty()) m_asString = m_displayName + " <" + joined + '>';
-    m_made.fetch_or(MadeText, std::memory_order_release);
-    return text();
+    once(MadeText, [&] {
+        if (!m_displayName.empty()) m_asString = m_displayName + " <" + joined + '>';
+    });
+    return m_asString.empty() ? joined : m_asString;
 }
 
 bool EmailAddressImpl::operator==(EmailAddressImpl const& other) const {

@@ -202,7 +202,9 @@ EmailAddress ListReader::address(bool fresh) const {
     if (!domain.empty() && !isValidDomainPart(domain)) return {};
 
     std::string const name = stop != 0 ? this->name({segment.begin, hasAt ? stops.nameEnd : stop - 1}) : "";
-    return AddressMaker::make(local, m_lowerLocal, domain, name);
+    std::size_t const sign = local.size();
+    if (!domain.empty()) (local += '@') += domain;
+    return AddressMaker::make(local, sign, m_lowerLocal, name);
 }
 
 }  // namespace Quillmark

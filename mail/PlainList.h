@@ -8,21 +8,21 @@
 
 namespace Quillmark {
 
-/// The two parts of an address that needs no grammar: atoms and dots on both sides of an "@". The local
-/// part has been checked, and so has the domain, which is a host name.
+/// An address that needs no grammar: atoms and dots on both sides of an "@". The local part has been
+/// checked, and so has the domain, which is a host name.
 struct PlainAddress {
-    std::string_view local;
-    std::string_view domain;
+    std::string_view text;
+    std::size_t sign;  ///< where the "@" is
 
-    /// Reads one at @p at and moves it behind. False when there is none.
-    bool read(std::string_view text, std::size_t& at);
+    /// Reads one that begins at @p at and moves that behind it. False when there is none.
+    bool read(std::string_view from, std::size_t& at);
 };
 
 /// Reads a header value whose addresses, parted by commas, are all of the forms
 ///
 ///     local@domain     <local@domain>     name <local@domain>
 ///
-/// with plain addresses, and names out of atoms, dots, blanks and quoted strings. They come out as
+/// with plain addresses, and names out of atoms, dots, blanks, quoted strings and comments. They come out as
 /// ListReader gives them, in the order of the text and much faster. Whatever else stands in a text
 /// makes it not plain: then ListReader reads it from the beginning.
 class PlainList {
