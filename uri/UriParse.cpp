@@ -96,13 +96,13 @@ void splitAuthority(std::string_view authority, UriParts& parts) {
 
 // path["?"query]["#"fragment], where a "?" behind a "#" still begins a query.
 void splitPath(std::string_view text, UriParts& parts) {
-    parts.pathQueryFragment = text;
+    parts.pathQueryFragment = std::string(text);
     std::size_t const question = text.find('?');
     std::string_view const query = question == npos ? text : text.substr(question + 1);
     std::size_t const hash = query.find('#');
     if (hash != npos) parts.fragment = lowered(query.substr(hash + 1));
     if (question != npos) parts.query = lowered(query.substr(0, hash));
-    parts.path = text.substr(0, question == npos ? hash : question);
+    parts.path = std::string(text.substr(0, question == npos ? hash : question));
 }
 
 void addAddress(std::string_view local, std::string_view domain, UriParts& parts) {
@@ -231,7 +231,7 @@ void parseUri(std::string_view text, UriParts& parts) {
     if (parts.scheme == mailtoScheme) {
         parts.comparison = mailtoComparison(parts);
     } else if (isHost && isItsComparison(text, authority, parts)) {
-        parts.comparison = text;
+        parts.comparison = std::string(text);
     } else {
         parts.comparison = comparisonOf(parts, text.size());
     }
