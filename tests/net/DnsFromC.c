@@ -187,6 +187,14 @@ char* nothingStoredFromC(char const* name, char const* server, int port) {
     return endText(&t);
 }
 
+char* namesFromC(int type, int recordClass, char const* host) {
+    text t = startText();
+    FILE* const out = openText(&t);
+    fprintf(out, "%s %s %d", quill_dns_type_name(type), quill_dns_class_name(recordClass),
+            quill_dns_validate_hostname(host));
+    return endText(&t);
+}
+
 char* withoutMemoryFromC(quill_dns_query* query) {
     text t = startText();
     FILE* const out = openText(&t);

@@ -19,6 +19,8 @@ char* failedQueryFromC(char const* name, char const* server, int port);
 char* nothingStoredFromC(char const* name, char const* server, int port);
 /* "count array" of the questions and of the answers, where there is no memory for the arrays. */
 char* withoutMemoryFromC(quill_dns_query* query);
+/* "type class result": the names of both numbers, and what the check of the host name gives. */
+char* namesFromC(int type, int recordClass, char const* host);
 /* "result [bytes up to the size]" with a buffer that was full of x. */
 char* queryStringFromC(char const* address, int size);
 /* "result [bytes up to the size] port". */

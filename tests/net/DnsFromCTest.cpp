@@ -199,6 +199,8 @@ TEST(DnsFromC, NamesTypesAndClasses) {
     EXPECT_STREQ(quill_dns_class_name(1), "IN");
     EXPECT_STREQ(quill_dns_class_name(254), "NONE");
     EXPECT_STREQ(quill_dns_class_name(-1), "Unknown");
+    EXPECT_EQ(taken(namesFromC(15, 1, "127.0.0.1")), "MX IN 0");
+    EXPECT_EQ(taken(namesFromC(4711, -1, nullptr)), "Unknown Unknown -1");
 }
 
 TEST(DnsFromC, ChecksHostNames) {
