@@ -124,7 +124,7 @@ constexpr Bytes64 packed = eachPlace([](unsigned int at) { return at < 48 ? at /
 class Decoder {
 public:
     QUILLMARK_AVX512 Decoder(unsigned char const* in, std::size_t size, unsigned char* out) noexcept
-        : m_in(in), m_size(size), m_out(out), m_pack(load(packed)), m_carried(_mm512_setzero_si512()) {}
+        : m_pack(load(packed)), m_carried(_mm512_setzero_si512()), m_in(in), m_size(size), m_out(out) {}
 
     QUILLMARK_AVX512 Base64Run run() noexcept {
         do {
@@ -145,11 +145,11 @@ private:
     // After so many characters it is worth a look whether the lines are alike from there on.
     static constexpr std::size_t stretch = 16 * blockLength;
 
+    __m512i m_pack;
+    __m512i m_carried;
     unsigned char const* m_in;
     std::size_t m_size;
     unsigned char* m_out;
-    __m512i m_pack;
-    __m512i m_carried;
     std::size_t m_count = 0;  // of carried values, below 64
     Base64Run m_run;
 
