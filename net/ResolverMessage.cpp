@@ -75,18 +75,23 @@ public:
     }
 
 private:
-    static constexpr std::size_t most = 64;
-    static constexpr std::size_t longestText = 512;  // that is worth to be kept
+    static constexpr std::size_t most = 512;
+    static constexpr std::size_t longestText = 256;  // that is worth to be kept
+
+    static void renew(std::string& text) noexcept {
+        if (text.capacity() > longestText)
+            std::string().swap(text);
+        else
+            text.clear();
+    }
 
     static void renew(Record& record) noexcept {
         static_assert(sizeof(Record) == 5 * sizeof(std::string) + 48, "every field is dealt with here");
-        for (auto const text :
-             {&Record::name, &Record::value, &Record::mname, &Record::rname, &Record::rdata}) {
-            if ((record.*text).capacity() > longestText)
-                std::string().swap(record.*text);
-            else
-                (record.*text).clear();
-        }
+        renew(record.name);
+        renew(record.value);
+        renew(record.mname);
+        renew(record.rname);
+        renew(record.rdata);
         record.type = Resolver::TypeUnknown;
         record.recordClass = Resolver::ClassUnknown;
         for (auto const number : {&Record::ttl, &Record::mxRank, &Record::serial, &Record::refresh,

@@ -40,7 +40,7 @@ void WireReader::length(std::size_t length) {
     assert(length <= m_array.size());
     m_length = length;
     m_steps = 0;
-    forget();
+    if (m_readLength != 0) forget();
     m_kept = {};
     m_texts = {};
 }
@@ -97,7 +97,7 @@ bool WireReader::shortName(std::string& text) {
         Remembered const& known = m_remembered[at % m_remembered.size()];
         if (known.at == at && at != 0) {
             if (known.length > longestName - length) return false;
-            if (known.length != 0) dot();
+            dot();
             std::memcpy(name.data() + length, m_read.data() + known.begin, known.length);
             length += known.length;
             break;
@@ -150,7 +150,7 @@ void WireReader::anyName(std::string& text) {
 }
 
 void WireReader::remember(std::size_t at, std::string_view name) noexcept {
-    if (name.size() > m_read.size()) return;
+    if (name.empty() || name.size() > m_read.size()) return;
     if (name.size() > m_read.size() - m_readLength) forget();
     std::memcpy(m_read.data() + m_readLength, name.data(), name.size());
     m_remembered[at % m_remembered.size()] = {static_cast<std::uint16_t>(at),
