@@ -5,6 +5,7 @@
 #include "foundation/Base64.h"
 #include "fuzz/support/Fuzz.h"
 #include "media/Md5Block.h"
+#include "platform/quill_string.h"
 #include "uri/LinkScan.h"
 
 using namespace Quillmark;
@@ -84,12 +85,37 @@ void marksLinks(std::string_view text) {
         }
 }
 
+/// RFC 3629, character by character.
+bool isUtf8(std::string_view text) {
+    while (!text.empty()) {
+        auto const byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+        unsigned int const lead = byte(0);
+        std::size_t const size = lead < 0x80 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+        if ((lead >= 0x80 && lead < 0xc0) || lead > 0xf7 || text.size() < size) return false;
+        unsigned int point = size == 1 ? lead : lead & (0x7fU >> size);
+        for (std::size_t i = 1; i < size; ++i) {
+            if ((byte(i) & 0xc0) != 0x80) return false;
+            point = point << 6 | (byte(i) & 0x3fU);
+        }
+        constexpr unsigned int smallest[] = {0, 0, 0x80, 0x800, 0x10000};
+        if (point < smallest[size] || point > 0x10ffff || (point >= 0xd800 && point < 0xe000)) return false;
+        text.remove_prefix(size);
+    }
+    return true;
+}
+
+void checksUtf8(std::string_view text) {
+    for (std::size_t skip = 0; skip < 9 && skip <= text.size(); ++skip) {
+        Bytes const in = bytesOf(text.substr(skip));
+        claimSame("whether a text is UTF-8",
+                  ::isValidUtf8(reinterpret_cast<char const*>(in.data()), in.size()),
+                  isUtf8(text.substr(skip)));
+    }
+}
+
 // Whoever adds a kernel adds a line.
 constexpr void (*kernels[])(std::string_view) = {
-    base64Encodes,
-    base64Decodes,
-    md5Compresses,
-    marksLinks,
+    base64Encodes, base64Decodes, md5Compresses, marksLinks, checksUtf8,
 };
 
 }  // namespace
