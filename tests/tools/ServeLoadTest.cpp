@@ -190,7 +190,8 @@ TEST(ServeUnderLoad, ReadsPolicyAndListsAgainWhileItIsAsked) {
               "score 3\naction accept\nreason ip-link 3 203.0.113.9\n");
     daemon.run().signal(SIGTERM);
     EXPECT_EQ(daemon.run().wait(), 0);
-    EXPECT_EQ(daemon.run().error(), "");
+    // A full minute may have come in between, at which the daemon looks by itself.
+    EXPECT_THAT(daemon.run().error(), testing::AnyOf("", "quillmark: policy and lists are read again"));
 }
 
 TEST(ServeUnderLoad, AnswersWhatItBeganWhenItIsAskedToEnd) {
