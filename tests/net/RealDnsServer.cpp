@@ -96,7 +96,7 @@ all         A     192.0.2.20
             MG    mg.test.
             MR    mr.test.
             NULL  \# 3 010203
-            WKS   192.0.2.1 TCP smtp
+            WKS   \# 9 c00002010600000040 ; a bare system has no names of protocols
             HINFO "cpu" "os"
             MINFO request.test. error.elsewhere.
             RP    mbox.test. txt.test.
