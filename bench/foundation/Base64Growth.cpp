@@ -7,13 +7,7 @@
 namespace {
 
 using namespace Quillmark;
-
-std::string repeated(std::string const& piece, std::size_t size) {
-    std::string text;
-    text.reserve(size + piece.size());
-    while (text.size() < size) text += piece;
-    return text;
-}
+using bench::repeated;
 
 std::string lines(std::size_t size) {
     return repeated(std::string(76, 'A') + "\r\n", size);

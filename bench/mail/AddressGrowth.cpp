@@ -9,16 +9,7 @@
 namespace {
 
 using namespace Quillmark;
-
-// The piece over and over, between two ends.
-auto repeated(std::string const& piece, std::string const& before = {}, std::string const& after = {}) {
-    return [=](std::size_t bytes) {
-        std::string text = before;
-        text.reserve(bytes + after.size() + piece.size());
-        while (text.size() < bytes) text += piece;
-        return text += after;
-    };
-}
+using bench::repeated;
 
 // As many different addresses as there is room for.
 std::string distinctAddresses(std::size_t bytes) {

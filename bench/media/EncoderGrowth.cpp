@@ -9,13 +9,7 @@
 namespace {
 
 using namespace Quillmark;
-
-std::string repeated(std::string const& piece, std::size_t size) {
-    std::string text;
-    text.reserve(size + piece.size());
-    while (text.size() < size) text += piece;
-    return text;
-}
+using bench::repeated;
 
 std::string control(std::size_t size) {
     return std::string(size, '\x01');

@@ -114,6 +114,23 @@ Line measure(Growth const& growth, std::size_t size) {
 
 }  // namespace
 
+std::string repeated(std::string const& piece, std::size_t bytes) {
+    std::string text;
+    text.reserve(bytes + piece.size());
+    while (text.size() < bytes) text += piece;
+    return text;
+}
+
+std::function<std::string(std::size_t)> repeated(std::string const& piece, std::string const& before,
+                                                 std::string const& after) {
+    return [=](std::size_t bytes) {
+        std::string text = before;
+        text.reserve(bytes + after.size() + piece.size());
+        while (text.size() < bytes) text += piece;
+        return text += after;
+    };
+}
+
 int growthMain(int argc, char** argv, Growth const* cases, std::size_t count) {
     constexpr double bound = 2.3;
     // Large blocks come from the heap like small ones. Otherwise the sizes from which on each of them is

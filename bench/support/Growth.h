@@ -16,6 +16,12 @@ struct Growth {
     std::size_t to = std::size_t{16} << 20;        ///< bytes of the largest
 };
 
+/// The piece over and over: @p bytes of it, and what completes the last one.
+std::string repeated(std::string const& piece, std::size_t bytes);
+/// For Growth::make: the piece over and over, between two ends.
+std::function<std::string(std::size_t)> repeated(std::string const& piece, std::string const& before = {},
+                                                 std::string const& after = {});
+
 /// Runs all @p count of them: a line per size with milliseconds (best of several), MiB at the peak of the
 /// heap beyond the input, and both ratios to the line before. Gives the exit code of main.
 /// The first argument, if any, is a part of the name: only those run. With "--json FILE" the figures are

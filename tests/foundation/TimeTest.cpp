@@ -101,7 +101,7 @@ TEST(Time, PrintsLocalTimeWithItsZone) {
 
 TEST(Time, LooksForANewZoneWhenItBreaksDownLocally) {
     Zone const zone("UTC");
-    ::setenv("TZ", "XXX-2", 1);
+    ::setenv("TZ", "ABC-2", 1);
     EXPECT_STREQ(Time::then(0, true).asCstring(), "Thu, 01 Jan 1970 02:00:00 +0200");
 }
 
@@ -128,7 +128,7 @@ TEST(Time, WithoutACalendarDateHasZeroFields) {
 TEST(Time, PrintsOnceAndKeepsTheText) {
     Time const time = Time::then(0, false);
     char const* const text = time.asCstring();
-    Zone const zone("XXX-9");
+    Zone const zone("ABC-9");
     EXPECT_EQ(time.asCstring(), text);
     EXPECT_STREQ(text, "Thu, 01 Jan 1970 00:00:00 +0000");
     Time const copy(time);
@@ -146,7 +146,7 @@ TEST(Time, GivesBackTheSecondsInAUtcZone) {
 
 // Kept for the daemons: UTC fields are read as if they were local ones.
 TEST(Time, KeepsTheOffsetOfTheZoneInTheSecondsOfAUtcTime) {
-    Zone const zone("XXX5");
+    Zone const zone("ABC5");
     EXPECT_EQ(Time::then(1700000000, false).asTimeT(), 1700000000 + 5 * 3600);
     EXPECT_EQ(Time::then(1700000000, true).asTimeT(), 1700000000);
 }
@@ -161,7 +161,7 @@ TEST(Time, KeepsTheSecondsOnceTheyAreKnown) {
     Time const made = Time::then(1700000000, false);
     Time const asked;
     EXPECT_EQ(asked.asTimeT(), -2209075200);
-    Zone const other("XXX5");
+    Zone const other("ABC5");
     EXPECT_EQ(made.asTimeT(), 1700000000);
     EXPECT_EQ(asked.asTimeT(), -2209075200);
 }
@@ -207,7 +207,7 @@ TEST(Time, From2038OnIgnoresTheSecondsAndTheOtherFields) {
     Time utcTime;
     Time localTime;
     {
-        Zone const zone("XXX-1");
+        Zone const zone("ABC-1");
         utcTime = Time::then(firstSecondOf2040, false);
         localTime = Time::then(firstSecondOf2040 - 3600, true);  // the same date and hour on the wall
     }
@@ -215,7 +215,7 @@ TEST(Time, From2038OnIgnoresTheSecondsAndTheOtherFields) {
     EXPECT_STREQ(localTime.asCstring(), "Sun, 01 Jan 2040 00:00:00 +0100");
     EXPECT_EQ(comparisons(utcTime, localTime), equal);
     {
-        Zone const zone("XXX5");  // other seconds for the same fields
+        Zone const zone("ABC5");  // other seconds for the same fields
         Time const elsewhere = Time::then(firstSecondOf2040, false);
         EXPECT_NE(elsewhere.asTimeT(), utcTime.asTimeT());
         EXPECT_EQ(comparisons(utcTime, elsewhere), equal);
@@ -230,7 +230,7 @@ TEST(Time, Before2038ComparesTheSecondsThatItKeepsNotTheFields) {
         noonHere = Time::then(1700000000, false);
     }
     {
-        Zone const zone("XXX5");
+        Zone const zone("ABC5");
         noonThere = Time::then(1700000000, false);  // the same fields, five hours more in seconds
     }
     EXPECT_STREQ(noonHere.asCstring(), noonThere.asCstring());

@@ -13,21 +13,12 @@
 #include <thread>
 
 #include "include2/Md5"
+#include "tests/tools/Scans.h"
 #include "tests/tools/Tool.h"
 
 using namespace QuillmarkTest;
 
 namespace {
-
-Ran scan(std::vector<std::string> const& more, Surroundings const& surroundings = {}) {
-    std::vector<std::string> arguments{"scan", "--lists", testLists()};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    return quillmark(arguments, surroundings);
-}
-
-std::string message(std::string const& name) {
-    return "From: " + name + "@example.com\nSubject: " + name + "\n\nSee http://" + name + ".example.org/\n";
-}
 
 /// The files of a report in JSON, in its order.
 std::vector<std::string> files(std::string const& json) {

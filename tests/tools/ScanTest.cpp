@@ -5,21 +5,12 @@
 #include <csignal>
 #include <filesystem>
 
+#include "tests/tools/Scans.h"
 #include "tests/tools/Tool.h"
 
 using namespace QuillmarkTest;
 
 namespace {
-
-Ran scan(std::vector<std::string> const& more, Surroundings const& surroundings = {}) {
-    std::vector<std::string> arguments{"scan", "--lists", testLists()};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    return quillmark(arguments, surroundings);
-}
-
-std::string message(std::string const& name) {
-    return "From: " + name + "@example.com\nSubject: " + name + "\n\nSee http://" + name + ".example.org/\n";
-}
 
 /// The titles of a report: the lines that begin with no blank, but the last two, which sum up.
 std::vector<std::string> titles(std::string const& report) {
