@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstring>
+#include <iostream>
 #include <string>
 #include <thread>
 
@@ -155,5 +156,6 @@ int main(int argc, char** argv) {
     bench::contestant(path, "ZeroMQ", [context, endpoint] { return zmqRequest(context, endpoint.c_str()); });
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
+    std::cout.flush();
     std::_Exit(0);  // the servers wait for ever
 }
