@@ -1,7 +1,5 @@
 #include "tests/net/DnsFromC.h"
 
-#include <cstdlib>
-#include <memory>
 #include <thread>
 
 #include "include2/Resolver"
@@ -16,11 +14,6 @@ using namespace QuillmarkTest;
 using namespace std::string_literals;
 
 namespace {
-
-std::string taken(char* text) {
-    std::unique_ptr<char, decltype(&std::free)> const owner(text, &std::free);
-    return text;
-}
 
 template <class Action>
 auto onThread(Action action) {

@@ -1,7 +1,5 @@
 #include "include2/Host"
 
-#include <cstdlib>
-#include <memory>
 #include <type_traits>
 
 #include "include2/Resolver"
@@ -42,11 +40,6 @@ std::string hostAnswer(Asked const& asked) {
 std::string listed(Host const& host) {
     std::string text;
     for (IPAddress const& address : host.addressList()) text += address.asString(true) + " ";
-    return text;
-}
-
-std::string taken(char* text) {
-    std::unique_ptr<char, decltype(&std::free)> const owner(text, &std::free);
     return text;
 }
 

@@ -3,10 +3,8 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstring>
 #include <list>
-#include <semaphore>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -16,11 +14,15 @@
 #include "include2/quillmark.h"
 #include "tests/net/AddressHelperHook.h"
 #include "tests/support/Support.h"
+#include "tests/support/Threads.h"
 
 using namespace Quillmark;
 using QuillmarkTest::failureOf;
+using QuillmarkTest::fromFourThreads;
+using QuillmarkTest::isFree;
 using QuillmarkTest::PrintingHook;
 using QuillmarkTest::slotOf;
+using QuillmarkTest::whileLocked;
 
 // In PrivateAddressFromC.c.
 extern "C" int isPrivateFromC(char const* text);
@@ -190,11 +192,7 @@ TEST(IPAddressMask, AsksTheHelperOnceUnderTheLock) {
     bool free = false;
     PrintingHook const looking([&] {
         ++asked;
-        std::thread other([&] {
-            free = IPAddressMaskImpl::s_lock.trylock();
-            IPAddressMaskImpl::s_lock.unlock();
-        });
-        other.join();
+        free = isFree(IPAddressMaskImpl::s_lock);
         return true;
     });
     EXPECT_EQ(shared.asString(), "10.0.0.0/8");
@@ -207,36 +205,19 @@ TEST(IPAddressMask, ReadsWhatIsFinishedWithoutTheLock) {
     IPAddressMask const shared = mask("10.0.0.0/8");
     shared.asString();
     shared.prefix();
-    std::binary_semaphore locked(0);
-    std::binary_semaphore read(0);
-    std::thread holder([&] {
-        Synchronized const guard(IPAddressMaskImpl::s_lock);
-        locked.release();
-        read.acquire();
+    whileLocked(IPAddressMaskImpl::s_lock, [&] {
+        EXPECT_EQ(shared.asString(), "10.0.0.0/8");
+        EXPECT_EQ(shared.prefix().asString(true), "10.0.0.0");
     });
-    locked.acquire();
-    EXPECT_EQ(shared.asString(), "10.0.0.0/8");
-    EXPECT_EQ(shared.prefix().asString(true), "10.0.0.0");
-    read.release();
-    holder.join();
 }
 
 TEST(IPAddressMask, ShowsOtherThreadsNoHalfOfATextOrPrefix) {
     for (int round = 0; round < 50; ++round) {
         IPAddressMask const shared = mask("2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff/128");
-        std::atomic<int> waiting{4};
-        std::vector<std::thread> threads;
-        std::vector<std::string> texts(4);
-        for (std::string& text : texts)
-            threads.emplace_back([&] {
-                --waiting;
-                while (waiting != 0) std::this_thread::yield();
-                text = shared.prefix().asString(true) + " " + shared.asString();
-            });
-        for (std::thread& thread : threads) thread.join();
-        EXPECT_EQ(texts, std::vector<std::string>(4,
-                                                  "2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff "
-                                                  "2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff/128"));
+        EXPECT_EQ(fromFourThreads([&] { return shared.prefix().asString(true) + " " + shared.asString(); }),
+                  std::vector<std::string>(4,
+                                           "2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff "
+                                           "2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff/128"));
     }
 }
 

@@ -3,25 +3,26 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstring>
 #include <map>
-#include <semaphore>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "tests/net/AddressHelperHook.h"
 #include "tests/support/Support.h"
+#include "tests/support/Threads.h"
 
 using namespace Quillmark;
 using QuillmarkTest::failureOf;
+using QuillmarkTest::fromFourThreads;
 using QuillmarkTest::hex;
+using QuillmarkTest::isFree;
 using QuillmarkTest::PrintingHook;
 using QuillmarkTest::slotOf;
+using QuillmarkTest::whileLocked;
 
 namespace {
 
@@ -180,56 +181,34 @@ TEST(IPAddress, AsksTheHelperOnceUnderTheLock) {
     bool free = false;
     PrintingHook const looking([&] {
         ++asked;
-        std::thread other([&] {
-            free = IPAddressImpl::s_lock.trylock();
-            IPAddressImpl::s_lock.unlock();
-        });
-        other.join();
+        free = isFree(IPAddressImpl::s_lock);
         return true;
     });
     EXPECT_EQ(shared.asString(true), "192.0.2.1");
     EXPECT_EQ(copy.asString(true), "192.0.2.1");
     EXPECT_EQ(asked, 1);
     EXPECT_FALSE(free);
-    EXPECT_TRUE(IPAddressImpl::s_lock.trylock());
-    IPAddressImpl::s_lock.unlock();
+    EXPECT_TRUE(isFree(IPAddressImpl::s_lock));
 }
 
 TEST(IPAddress, ReadsAFinishedTextWithoutTheLock) {
     IPAddress const shared = address("192.0.2.1");
     shared.asString(true);
     shared.asStringReversed(true);
-    std::binary_semaphore locked(0);
-    std::binary_semaphore read(0);
-    std::thread holder([&] {
-        Synchronized const guard(IPAddressImpl::s_lock);
-        locked.release();
-        read.acquire();
+    whileLocked(IPAddressImpl::s_lock, [&] {
+        EXPECT_EQ(shared.asString(true), "192.0.2.1");
+        EXPECT_EQ(shared.asStringReversed(true), "1.2.0.192");
     });
-    locked.acquire();
-    EXPECT_EQ(shared.asString(true), "192.0.2.1");
-    EXPECT_EQ(shared.asStringReversed(true), "1.2.0.192");
-    read.release();
-    holder.join();
 }
 
 TEST(IPAddress, ShowsOtherThreadsNoHalfOfAText) {
     for (int round = 0; round < 50; ++round) {
         IPAddress const shared = address("2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff");
-        std::atomic<int> waiting{4};
-        std::vector<std::thread> threads;
-        std::vector<std::string> texts(4);
-        for (std::string& text : texts)
-            threads.emplace_back([&] {
-                --waiting;
-                while (waiting != 0) std::this_thread::yield();
-                text = shared.asString(true) + " " + shared.asStringReversed(true);
-            });
-        for (std::thread& thread : threads) thread.join();
-        EXPECT_EQ(texts, std::vector<std::string>(
-                             4,
-                             "2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff "
-                             "f.f.f.f.e.e.e.e.d.d.d.d.c.c.c.c.b.b.b.b.a.a.a.a.8.b.d.0.1.0.0.2"));
+        EXPECT_EQ(
+            fromFourThreads([&] { return shared.asString(true) + " " + shared.asStringReversed(true); }),
+            std::vector<std::string>(4,
+                                     "2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff "
+                                     "f.f.f.f.e.e.e.e.d.d.d.d.c.c.c.c.b.b.b.b.a.a.a.a.8.b.d.0.1.0.0.2"));
     }
 }
 

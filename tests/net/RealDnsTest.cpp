@@ -25,11 +25,6 @@ using namespace std::string_literals;
 
 namespace {
 
-std::string taken(char* text) {
-    std::unique_ptr<char, decltype(&std::free)> const owner(text, &std::free);
-    return text;
-}
-
 constexpr char longestName[] =
     "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa."
     "bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb."

@@ -17,11 +17,14 @@
 
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Support.h"
+#include "tests/support/Threads.h"
 
 using namespace Quillmark;
 using namespace Quillmark::Task;
 using QuillmarkTest::failureOf;
+using QuillmarkTest::isFree;
 using QuillmarkTest::LogRecorder;
+using QuillmarkTest::onAnotherThread;
 using QuillmarkTest::slotOf;
 
 namespace {
@@ -97,19 +100,6 @@ public:
         completed(element);
     }
 };
-
-void onAnotherThread(std::function<void()> const& action) {
-    std::thread(action).join();
-}
-
-bool isFree(Mutex& mutex) {
-    bool free = false;
-    onAnotherThread([&] {
-        free = mutex.trylock();
-        mutex.unlock();
-    });
-    return free;
-}
 
 /// As long as it lives no thread can be made: stacks of this size there are not.
 class NoThreads {

@@ -27,11 +27,14 @@
 
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Support.h"
+#include "tests/support/Threads.h"
 
 using namespace Quillmark;
 using boost::posix_time::ptime;
 using QuillmarkTest::failureOf;
+using QuillmarkTest::isFree;
 using QuillmarkTest::LogRecorder;
+using QuillmarkTest::onAnotherThread;
 using QuillmarkTest::slotOf;
 
 namespace {
@@ -91,20 +94,6 @@ public:
 private:
     std::function<void()> m_work;
 };
-
-void onAnotherThread(std::function<void()> const& action) {
-    std::thread(action).join();
-}
-
-/// True when another thread could lock the mutex, which it then leaves unlocked.
-bool isFree(Mutex& mutex) {
-    bool free = false;
-    onAnotherThread([&] {
-        free = mutex.trylock();
-        mutex.unlock();
-    });
-    return free;
-}
 
 /// Takes all units out and gives their number.
 int units(Semaphore& semaphore) {

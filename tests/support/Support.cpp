@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <stdexcept>
 
 namespace QuillmarkTest {
@@ -69,6 +70,11 @@ void onSmallStack(std::size_t bytes, std::function<void()> const& action) {
     pthread_attr_destroy(&attributes);
     if (made != 0) throw std::runtime_error("no thread");
     pthread_join(thread, nullptr);
+}
+
+std::string taken(char* text) {
+    std::unique_ptr<char, decltype(&std::free)> const owner(text, &std::free);
+    return text;
 }
 
 std::string hex(std::string_view bytes) {

@@ -51,6 +51,9 @@ std::size_t slotOf(Operation operation) {
     return static_cast<std::size_t>(word - 1) / sizeof(void*);
 }
 
+/// A text that came from malloc, which is given back.
+std::string taken(char* text);
+
 /// The bytes as lower-case hexadecimal digits.
 std::string hex(std::string_view bytes);
 
