@@ -62,13 +62,17 @@ void base64Decodes(std::string_view text) {
 
 void md5Compresses(std::string_view text) {
     Bytes const in = bytesOf(text.substr(0, text.size() / md5BlockSize * md5BlockSize));
-    Md5State together = md5InitialState, apart = md5InitialState;
-    md5Compress(together, in.data(), in.size() / md5BlockSize);
-    for (std::size_t i = 0; i < in.size(); i += md5BlockSize) {
-        Bytes const block = bytesOf(text.substr(i, md5BlockSize));
-        md5Compress(apart, block.data(), 1);
+    Md5State plain = md5InitialState;
+    md5Kernels().back().compress(plain, in.data(), in.size() / md5BlockSize);
+    for (Md5Kernel const& kernel : md5Kernels()) {
+        if (!cpuHas(kernel.needs)) continue;
+        Md5State together = md5InitialState, apart = md5InitialState;
+        kernel.compress(together, in.data(), in.size() / md5BlockSize);
+        for (std::size_t i = 0; i < in.size(); i += md5BlockSize)
+            kernel.compress(apart, bytesOf(text.substr(i, md5BlockSize)).data(), 1);
+        claimSame(std::string("MD5 by ") + kernel.name, together, plain);
+        claimSame(std::string("MD5 block by block by ") + kernel.name, apart, plain);
     }
-    claimSame("MD5 of many blocks and of one after the other", together, apart);
 }
 
 void marksLinks(std::string_view text) {

@@ -72,12 +72,12 @@ void Md5HasherImpl::add(unsigned char const* data, std::size_t length) noexcept 
         std::size_t const taken = std::min(length, md5BlockSize - begun);
         std::memcpy(m_block.data() + begun, data, taken);
         if (begun + taken < md5BlockSize) return;
-        md5Compress(m_state, m_block.data(), 1);
+        md5Kernel().compress(m_state, m_block.data(), 1);
         data += taken;
         length -= taken;
     }
     std::size_t const blocks = length / md5BlockSize;
-    md5Compress(m_state, data, blocks);
+    if (blocks != 0) md5Kernel().compress(m_state, data, blocks);
     std::memcpy(m_block.data(), data + blocks * md5BlockSize, length % md5BlockSize);
 }
 
@@ -104,12 +104,12 @@ void Md5HasherImpl::finalize() {
     end += sizeof(Word);
     if (end > lengthAt) {
         std::memset(m_block.data() + end, 0, md5BlockSize - end);
-        md5Compress(m_state, m_block.data(), 1);
+        md5Kernel().compress(m_state, m_block.data(), 1);
         end = 0;
     }
     std::memset(m_block.data() + end, 0, lengthAt - end);
     std::memcpy(m_block.data() + lengthAt, &m_bitCount, sizeof m_bitCount);
-    md5Compress(m_state, m_block.data(), 1);
+    md5Kernel().compress(m_state, m_block.data(), 1);
     std::memcpy(bytes(), m_state.data(), digestSize);
     m_block = {};
     m_finalized = true;
