@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "foundation/Fail.h"
+#include "foundation/SpareBlocks.h"
 #include "mail/ListReader.h"
 #include "mail/PathReader.h"
 #include "mail/PlainList.h"
@@ -84,7 +85,20 @@ auto collected(std::string const& text, bool lowerLocal, std::string const& sepa
 }  // namespace
 
 EmailAddressImpl::EmailAddressImpl() = default;
+EmailAddressImpl::EmailAddressImpl(std::string_view local, std::string_view domain,
+                                   std::string_view displayName)
+    : m_local(local), m_domain(domain), m_displayName(displayName) {}
 EmailAddressImpl::~EmailAddressImpl() = default;
+
+using SpareAddresses = SpareBlocks<EmailAddressImpl, 128>;
+
+void* EmailAddressImpl::operator new(std::size_t size) {
+    return SpareAddresses::take(size);
+}
+
+void EmailAddressImpl::operator delete(void* memory, std::size_t size) noexcept {
+    SpareAddresses::giveBack(memory, size);
+}
 
 void EmailAddressImpl::local(std::string const& text, bool lower) {
     if (lower) {
@@ -187,8 +201,12 @@ std::list<EmailAddress> EmailAddress::rfc5322ParseList(std::string const& text,
     return collected<List>(text, false, separator);
 }
 
-EmailAddressImpl const& EmailAddress::value(char const* operation) const {
-    if (!m_impl) fail(operation, NullHandle, here);
+void EmailAddress::refuseNull(char const* operation) {
+    fail(operation, NullHandle, here);
+}
+
+inline EmailAddressImpl const& EmailAddress::value(char const* operation) const {
+    if (!m_impl) refuseNull(operation);
     return *m_impl;
 }
 

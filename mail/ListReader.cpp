@@ -204,7 +204,7 @@ EmailAddress ListReader::address(bool fresh) const {
     std::string const name = stop != 0 ? this->name({segment.begin, hasAt ? stops.nameEnd : stop - 1}) : "";
     std::size_t const sign = local.size();
     if (!domain.empty()) (local += '@') += domain;
-    return AddressMaker::make(local, sign, m_lowerLocal, name);
+    return AddressMaker::make(AddressMaker::lowered(local, sign, m_lowerLocal), sign, name);
 }
 
 }  // namespace Quillmark

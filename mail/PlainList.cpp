@@ -1,43 +1,21 @@
 #include "mail/PlainList.h"
 
-#include <array>
-#include <cstdint>
 #include <string>
 
 #include "foundation/ByteSet.h"
-#include "mail/AddressMaker.h"
-#include "net/HostNameReader.h"
+#include "mail/PlainAddress.h"
 
 namespace Quillmark {
 
 namespace {
 
-// What a byte is; the other bytes are looked for by name, or make a text not plain.
-enum Kind : std::uint8_t {
-    Atom = 1,
-    Dot = 2,
-    Blank = 4,
-    LineEnd = 8,
-    InNames = Atom | Dot | Blank | LineEnd
-};
+constexpr ByteSet blanks{" \t"};
+constexpr ByteSet whiteSpace = blanks | ByteSet{"\r\n"};
+// What a name is made of, besides quoted strings and comments: atoms, dots and white space.
+constexpr ByteSet inNames = whiteSpace | ~(ByteSet::range(0x00, 0x1f) | ByteSet{"<>@,;:\\()\"[]"});
 
-constexpr std::array<std::uint8_t, 256> kinds = [] {
-    constexpr ByteSet noAtom = ByteSet::range(0x00, 0x20) | ByteSet{"<>@,;:\\.()\"[]"};
-    std::array<std::uint8_t, 256> table{};
-    for (std::size_t byte = 0; byte < table.size(); ++byte)
-        if (!noAtom.contains(static_cast<unsigned char>(byte))) table[byte] = Atom;
-    table['.'] = Dot;
-    table[' '] = table['\t'] = Blank;
-    table['\r'] = table['\n'] = LineEnd;
-    return table;
-}();
-
-bool is(char c, unsigned kind) noexcept {
-    return (kinds[static_cast<unsigned char>(c)] & kind) != 0;
-}
-
-std::size_t past(std::string_view text, std::size_t at, unsigned kind) noexcept {
-    while (at < text.size() && is(text[at], kind)) ++at;
+std::size_t past(std::string_view text, std::size_t at, ByteSet const& bytes) noexcept {
+    while (at < text.size() && bytes.contains(text[at])) ++at;
     return at;
 }
 
@@ -66,7 +44,7 @@ std::size_t pastComment(std::string_view text, std::size_t at) noexcept {
 std::size_t pastPiece(std::string_view text, std::size_t at) noexcept {
     if (text[at] == '"') return pastQuoted(text, at);
     if (text[at] == '(') return pastComment(text, at);
-    return past(text, at, InNames);
+    return past(text, at, inNames);
 }
 
 // Where the name ends in front of a "<"; npos where no "<" is, or what is in no plain name comes first.
@@ -79,78 +57,56 @@ std::size_t endOfName(std::string_view text, std::size_t at) noexcept {
     return at < text.size() && text[at] == '<' ? at : std::string_view::npos;
 }
 
-// The name without its comments, which endOfName() has seen the end of. Most have none.
-std::string withoutComments(std::string_view name) {
+// Kept for the daemons: a line end in front of a name belongs to it, one behind it does not.
+std::string_view trimmed(std::string_view name) noexcept {
+    name.remove_prefix(past(name, 0, blanks));
+    while (!name.empty() && whiteSpace.contains(name.back())) name.remove_suffix(1);
+    return name;
+}
+
+// An address whose name has comments, which do not belong to it; endOfName() has seen where they end.
+EmailAddress withoutComments(PlainAddress const& address, bool lowerLocal, std::string_view name) {
     std::string text;
     for (std::size_t at = 0; at < name.size();) {
         std::size_t const end = pastPiece(name, at);
         if (name[at] != '(') text += name.substr(at, end - at);
         at = end;
     }
-    return text;
-}
-
-// Kept for the daemons: a line end in front of a name belongs to it.
-std::string_view withoutBlanksInFront(std::string_view text) noexcept {
-    return text.substr(past(text, 0, Blank));
-}
-
-std::string_view withoutBlanksBehind(std::string_view text) noexcept {
-    while (!text.empty() && is(text.back(), Blank | LineEnd)) text.remove_suffix(1);
-    return text;
+    return address.make(lowerLocal, trimmed(text));
 }
 
 }  // namespace
 
-bool PlainAddress::read(std::string_view from, std::size_t& at) {
-    std::size_t end = at;
-    unsigned before = 0;
-    unsigned doubled = 0;  // the kinds that stand beside their like
-    for (; end < from.size(); ++end) {
-        unsigned const kind = kinds[static_cast<unsigned char>(from[end])];
-        if ((kind & (Atom | Dot)) == 0) break;
-        doubled |= kind & before;
-        before = kind;
-    }
-    if (end == at || end == from.size() || from[end] != '@' || (doubled & Dot) != 0) return false;
-    sign = end - at;
-    end = past(from, end + 1, Atom | Dot);
-    text = from.substr(at, end - at);
-    at = end;
-    return HostNameReader::isValid(text.substr(sign + 1));
+// Whether the address that ends here ends as one of a list does.
+bool PlainList::ended(std::size_t at) noexcept {
+    if (at < m_text.size() && m_text[at] != ',') return false;
+    m_at = at + 1;
+    return true;
 }
 
 EmailAddress PlainList::next() {
     if (isComplete()) return {};
-    std::size_t const begin = past(m_text, m_at, Blank);
-    std::size_t at = past(m_text, begin, Blank | LineEnd);
+    std::size_t const begin = past(m_text, m_at, whiteSpace);
     PlainAddress address;
-    std::string_view name;
-    std::string shortened;
-    if (std::size_t end = at; address.read(m_text, end)) {
-        at = end;
-    } else {
-        std::size_t const bracket = endOfName(m_text, at);
-        if (bracket == std::string_view::npos) return {};
-        name = m_text.substr(begin, bracket - begin);
-        if (name.find('(') != std::string_view::npos) name = shortened = withoutComments(name);
-        name = withoutBlanksBehind(withoutBlanksInFront(name));
-        at = bracket + 1;
-        if (!address.read(m_text, at) || at == m_text.size() || m_text[at] != '>') return {};
-        ++at;
-    }
-    if (at < m_text.size() && m_text[at] != ',') return {};
-    m_at = at + 1;
-    return AddressMaker::make(address.text, address.sign, m_lowerLocal, name);
+    if (address.read(m_text, begin))
+        return ended(begin + address.text.size()) ? address.make(m_lowerLocal, {}) : EmailAddress();
+
+    std::size_t const bracket = endOfName(m_text, begin);
+    if (bracket == std::string_view::npos || !address.read(m_text, bracket + 1)) return {};
+    std::size_t const end = bracket + 1 + address.text.size();
+    std::string_view const name = m_text.substr(m_at, bracket - m_at);
+    if (end == m_text.size() || m_text[end] != '>' || !ended(end + 1)) return {};
+    if (name.find('(') != std::string_view::npos) return withoutComments(address, m_lowerLocal, name);
+    return address.make(m_lowerLocal, trimmed(name));
 }
 
 EmailAddress readPlainPath(std::string_view text, bool requireBrackets) {
-    bool const bracketed = text.substr(0, 1) == "<";
+    bool const bracketed = text.starts_with('<');
     if (requireBrackets && !bracketed) return {};
-    std::size_t at = bracketed ? 1 : 0;
     PlainAddress address;
-    if (!address.read(text, at) || text.substr(at) != (bracketed ? ">" : "")) return {};
-    return AddressMaker::make(address.text, address.sign, true, {});
+    if (!address.read(text, bracketed ? 1 : 0)) return {};
+    bool const isAll = text.substr(address.text.size() + (bracketed ? 1 : 0)) == (bracketed ? ">" : "");
+    return isAll ? address.make(true, {}) : EmailAddress();
 }
 
 }  // namespace Quillmark

@@ -8,16 +8,6 @@
 
 namespace Quillmark {
 
-/// An address that needs no grammar: atoms and dots on both sides of an "@". The local part has been
-/// checked, and so has the domain, which is a host name.
-struct PlainAddress {
-    std::string_view text;
-    std::size_t sign;  ///< where the "@" is
-
-    /// Reads one that begins at @p at and moves that behind it. False when there is none.
-    bool read(std::string_view from, std::size_t& at);
-};
-
 /// Reads a header value whose addresses, parted by commas, are all of the forms
 ///
 ///     local@domain     <local@domain>     name <local@domain>
@@ -35,6 +25,8 @@ public:
     bool isComplete() const noexcept { return m_at > m_text.size(); }
 
 private:
+    bool ended(std::size_t at) noexcept;
+
     std::string_view m_text;
     bool m_lowerLocal;
     std::size_t m_at = 0;  ///< just past the last comma; beyond the text when that was read
