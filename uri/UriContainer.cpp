@@ -2,6 +2,7 @@
 
 #include <sys/random.h>
 
+#include <algorithm>
 #include <chrono>
 
 #include "foundation/Fail.h"
@@ -24,23 +25,44 @@ HashKey makeKey() noexcept {
 UriContainerImpl::UriContainerImpl() = default;
 UriContainerImpl::~UriContainerImpl() = default;
 
-// Not noexcept: the standard library then keeps each value beside its text and hashes a text once.
-std::size_t UriContainerImpl::ComparisonHash::operator()(std::string_view text) const {
+// Linear probing: a hash of 64 bits that is rarely another text's, and slots beside each other.
+UriContainerImpl::Index::Slot& UriContainerImpl::Index::slotOf(std::string_view text) {
     static HashKey const key = makeKey();
-    return keyedHash(key, text);
+    if (m_filled >= m_slots.size() / 4 * 3) grow();
+    std::uint64_t const hash = keyedHash(key, text);
+    std::size_t const mask = m_slots.size() - 1;
+    for (std::size_t at = hash & mask;; at = (at + 1) & mask) {
+        Slot& slot = m_slots[at];
+        if (!slot.text) slot.hash = hash;
+        if (!slot.text || (slot.hash == hash && *slot.text == text)) return slot;
+    }
+}
+
+void UriContainerImpl::Index::fill(Slot& slot, std::string const& text) noexcept {
+    slot.text = &text;
+    ++m_filled;
+}
+
+void UriContainerImpl::Index::grow() {
+    std::vector<Slot> former(std::max<std::size_t>(16, m_slots.size() * 2));
+    m_slots.swap(former);
+    std::size_t const mask = m_slots.size() - 1;
+    for (Slot const& slot : former) {
+        if (!slot.text) continue;
+        std::size_t at = slot.hash & mask;
+        while (m_slots[at].text) at = (at + 1) & mask;
+        m_slots[at] = slot;
+    }
 }
 
 void UriContainerImpl::add(Uri const& uri, bool unique) {
     if (uri.isNull() || uri.host().isNull()) return;
+    std::string const& text = uri.comparisonString();
     Links& links = m_links[m_currentId];
-    auto const [place, isNew] = links.index.insert(uri.comparisonString());
-    if (unique && !isNew) return;
-    try {
-        links.uris.push_back(uri);
-    } catch (...) {
-        if (isNew) links.index.erase(place);  // the index holds nothing that the list does not keep alive
-        throw;
-    }
+    Index::Slot& slot = links.index.slotOf(text);
+    if (unique && slot.text) return;
+    links.uris.push_back(uri);
+    if (!slot.text) links.index.fill(slot, text);
     ++m_size;
 }
 
