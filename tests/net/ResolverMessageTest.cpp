@@ -197,6 +197,17 @@ TEST(ResolverMessage, HasFourSectionsInWireOrder) {
               "1: type=A, class=IN, name=ns.example, ttl=60, value=192.0.2.3\n");
 }
 
+TEST(ResolverMessage, HasAsManyEntriesInASectionAsItsHeaderSays) {
+    // More records than all counts together: those left over are nobody's.
+    std::string const bytes = header({1, 3, 2, 4}) + question(name("a.example"), 1) +
+                              repeated(record(pointer(12), 1, "\1\2\3\4"), 20);
+    ResolverMessage const message = parsed(bytes);
+    EXPECT_EQ(message.queries().size(), 1U);
+    EXPECT_EQ(message.answers().size(), 3U);
+    EXPECT_EQ(message.nameserverRecords().size(), 2U);
+    EXPECT_EQ(message.additionalRecords().size(), 4U);
+}
+
 // The fields are taken by their places: daemons were compiled with them.
 TEST(ResolverMessage, KeepsEveryFieldOfAQuestion) {
     ResolverMessage const message = parsed(header({1}) + question(name("x.example"), 33, 254));
