@@ -47,7 +47,7 @@ struct Row {
 
 /// By the lengths of the four parts in two bits each, the first part highest. An empty part asks for more
 /// than it can have.
-constexpr std::array<Row, 256> makeRows() noexcept {
+consteval std::array<Row, 256> makeRows() noexcept {
     constexpr std::uint8_t nothing = 0x80;
     constexpr std::array<std::uint8_t, 4> least{255, 0, 10, 100};
     std::array<Row, 256> rows{};
@@ -71,7 +71,7 @@ inline constexpr std::array<Row, 256> rows = makeRows();
 /// One of these in each of 16 bytes.
 struct alignas(16) Bytes {
     std::array<std::uint8_t, 16> bytes;
-    constexpr explicit Bytes(std::array<std::uint8_t, 4> const& four) noexcept : bytes() {
+    consteval explicit Bytes(std::array<std::uint8_t, 4> const& four) noexcept : bytes() {
         for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = four[i % 4];
     }
 };
@@ -157,7 +157,7 @@ struct Part {
     std::uint32_t length;
 };
 
-constexpr std::array<Part, 256> makeParts() noexcept {
+consteval std::array<Part, 256> makeParts() noexcept {
     std::array<Part, 256> parts{};
     for (std::uint32_t number = 0; number < parts.size(); ++number) {
         Part& part = parts[number];
@@ -215,7 +215,7 @@ namespace hexDigits {
 
 inline constexpr std::uint8_t none = 0xff;
 
-constexpr std::array<std::uint8_t, 256> makeDigits() noexcept {
+consteval std::array<std::uint8_t, 256> makeDigits() noexcept {
     std::array<std::uint8_t, 256> digits{};
     digits.fill(none);
     for (std::uint8_t i = 0; i < 10; ++i) digits['0' + std::size_t{i}] = i;
@@ -287,7 +287,7 @@ inline constexpr std::size_t longestGroups = 39;
 namespace hexDigits {
 
 /// Two digits for each byte, the first one lowest.
-constexpr std::array<std::uint16_t, 256> makePairs() noexcept {
+consteval std::array<std::uint16_t, 256> makePairs() noexcept {
     constexpr std::string_view all{"0123456789abcdef"};
     std::array<std::uint16_t, 256> pairs{};
     for (std::size_t byte = 0; byte < pairs.size(); ++byte)
@@ -308,7 +308,7 @@ struct Gap {
 };
 
 /// By the set of the groups that are zero, the first group lowest: the first of the longest runs.
-constexpr std::array<Gap, 256> makeGaps() noexcept {
+consteval std::array<Gap, 256> makeGaps() noexcept {
     std::array<Gap, 256> gaps{};
     gaps.fill({8, 1});
     for (std::size_t zeros = 0; zeros < gaps.size(); ++zeros)

@@ -64,10 +64,10 @@ namespace {
 constexpr auto pairs = [] {
     std::array<std::array<char, 2>, 4096> table{};
     std::array<char, 64> alphabet{};
-    for (unsigned int byte = 0; byte < 256; ++byte)
+    for (unsigned int byte = 0; byte != 256; ++byte)
         if (int const value = valueOf(byte); value >= 0)
             alphabet[static_cast<std::size_t>(value)] = static_cast<char>(byte);
-    for (std::size_t i = 0; i < table.size(); ++i) table[i] = {alphabet[i >> 6], alphabet[i & 63]};
+    for (std::size_t i = 0; i != table.size(); ++i) table[i] = {alphabet[i >> 6], alphabet[i & 63]};
     return table;
 }();
 

@@ -66,11 +66,12 @@ bool Rfc822Scan::bracketed(char closing) noexcept {
         if (c == '\\') ++i;
     }
     m_failed = true;
+    m_end = m_text.size();
     return false;
 }
 
 bool Rfc822Scan::next() noexcept {
-    for (m_begin = m_end; m_begin < m_text.size() && !m_failed; m_begin = m_end) {
+    for (m_begin = m_end; m_begin < m_text.size(); m_begin = m_end) {
         char const c = m_text[m_begin];
         m_end = m_begin + 1;
         if (!endsAtom.contains(c)) {

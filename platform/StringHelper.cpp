@@ -65,7 +65,7 @@ constexpr Sequence sequences[] = {
 // By first byte: the row above, counted from 1; 0 for a byte that no sequence begins with.
 constexpr std::array<std::uint8_t, 256> rowByFirst = [] {
     std::array<std::uint8_t, 256> rows{};
-    for (std::size_t row = 0; row < std::size(sequences); ++row)
+    for (std::size_t row = 0; row != std::size(sequences); ++row)
         for (std::size_t byte = sequences[row].first; byte <= sequences[row].last; ++byte)
             rows[byte] = static_cast<std::uint8_t>(row + 1);
     return rows;

@@ -87,7 +87,7 @@ private:
 constexpr std::uint8_t inRunBit = 1, aloneBit = 0x80;
 constexpr std::array<std::uint8_t, 128> asciiBits = [] {
     std::array<std::uint8_t, 128> bits{};
-    for (std::size_t byte = 0; byte < bits.size(); ++byte) {
+    for (std::size_t byte = 0; byte != bits.size(); ++byte) {
         auto const c = static_cast<unsigned char>(byte);
         bool const inRun = c != '.' && asciiUriBytes.contains(c);
         bits[byte] =
@@ -130,7 +130,7 @@ struct Columns {
 };
 constexpr Columns columns = [] {
     Columns made;
-    for (std::size_t byte = 0; byte < asciiBits.size(); ++byte) {
+    for (std::size_t byte = 0; byte != asciiBits.size(); ++byte) {
         auto const bitOfRow = static_cast<std::uint8_t>(1U << (byte >> 4));
         for (std::size_t half : {0U, 16U}) {
             std::uint8_t& rows = made.rows[half + (byte & 15)];

@@ -15,7 +15,7 @@ namespace {
 constexpr auto npos = std::string::npos;
 constexpr Site here{"UriImpl", 0};
 
-constexpr std::array<int, 256> hexValues() {
+consteval std::array<int, 256> hexValues() {
     std::array<int, 256> values{};
     for (int& value : values) value = -1;
     for (std::size_t i = 0; i < 10; ++i) values['0' + i] = static_cast<int>(i);
@@ -23,7 +23,7 @@ constexpr std::array<int, 256> hexValues() {
     return values;
 }
 
-constexpr std::array<unsigned char, 256> printable() {
+consteval std::array<unsigned char, 256> printable() {
     std::array<unsigned char, 256> table{};
     for (unsigned char byte = 0x20; byte <= 0x7e; ++byte) table[byte] = byte;
     return table;
@@ -41,7 +41,7 @@ bool escapeStandsBeforePath(std::string_view text, std::size_t escape) {
     return (slashes == npos || text.find('/', slashes + 2) > escape) && text.find('?') > escape;
 }
 
-// What the escapes in a text that begins with "%" stand for; see convertEscaped.
+// What the escapes in a text that begins with "%" and has no LF stand for; see convertEscaped.
 std::string withoutEscapes(std::string_view text) {
     enum class State {
         Plain,        // outside an escape
@@ -58,7 +58,7 @@ std::string withoutEscapes(std::string_view text) {
         case State::Plain:
             if (c == '%') {
                 state = State::FirstDigit;
-            } else if (c != '\n') {
+            } else {
                 result += c;
             }
             break;

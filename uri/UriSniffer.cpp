@@ -29,13 +29,13 @@ bool isHigh(char c) noexcept {
 }
 
 // What makes a run a possible link: how many dots it has or, past a "[", how many colons, if a "]" is
-// there as well. 0 for a run that is none, as any with two dots side by side.
+// there as well. 0 for a run that is none, as any with two dots side by side. None begins with a dot.
 std::size_t countOf(std::string_view run) {
     std::size_t const open = std::min(run.find('['), run.size());
     std::size_t dots = 0;
     for (std::size_t i = 0; i < open; ++i) {
         if (run[i] != '.') continue;
-        if (i != 0 && run[i - 1] == '.') return 0;
+        if (run[i - 1] == '.') return 0;
         ++dots;
     }
     if (open == run.size()) return dots;
@@ -68,10 +68,10 @@ public:
                 continue;
             }
             std::size_t begin = beginOfRun(mark, from);
-            while (begin < end && m_text[begin] == '.') ++begin;
+            while (m_text[begin] == '.') ++begin;  // at most up to the mark, which is none
             std::string_view const run = m_text.substr(begin, end - begin);
             if (std::size_t const count = countOf(run); count != 0) found(run, count);
-            from = std::max(end, mark + 1);
+            from = end;
         }
     }
 
@@ -181,8 +181,7 @@ std::string_view LinkReader::linkIn(std::string_view run, std::size_t count) {
         at = body;
     }
 
-    std::string_view const rest = run.substr(at);
-    if (rest.empty()) return {};
+    std::string_view const rest = run.substr(at);  // never empty: no markup has a dot or a colon
     if (beginsWith(rest, "https://")) return rest;
     if (beginsWith(rest, "https:/")) return joined(rest.substr(0, 7), "/", rest.substr(7));
     if (beginsWith(rest, "mailto:")) return joined("mailto:", rest.substr(7));

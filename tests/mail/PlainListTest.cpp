@@ -41,6 +41,22 @@ std::vector<std::string> const pieces{
 
 }  // namespace
 
+// A comment in front of an address that is plain but for it.
+TEST(PlainList, FindsNoAddressBehindACommentThatHoldsNul) {
+    std::string const nul(1, '\0');
+    for (auto const& [comment, addresses] : std::vector<std::pair<std::string, std::string>>{
+             {"(a)", parts(EmailAddress::rfc5322ParseList("N <x@y.example>", false))},
+             {"(" + nul + ")", ""},
+             {"(a" + nul + ")", ""},
+             {"(\\" + nul + ")", ""},
+             {"(\\", ""},
+             {"(", ""},
+             {"((a)", ""},
+         })
+        EXPECT_EQ(parts(EmailAddress::rfc5322ParseList(comment + "N <x@y.example>", false)), addresses)
+            << testing::PrintToString(comment);
+}
+
 TEST(PlainList, ReadsWhatTheGrammarReads) {
     std::mt19937 random(5);
     for (int round = 0; round < 60000; ++round) {

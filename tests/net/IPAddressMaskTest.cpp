@@ -17,6 +17,7 @@
 #include "tests/support/Threads.h"
 
 using namespace Quillmark;
+using QuillmarkTest::askedSecond;
 using QuillmarkTest::failureOf;
 using QuillmarkTest::fromFourThreads;
 using QuillmarkTest::isFree;
@@ -221,6 +222,14 @@ TEST(IPAddressMask, ShowsOtherThreadsNoHalfOfATextOrPrefix) {
     }
 }
 
+TEST(IPAddressMask, AsksTheHelperOnceThoughTwoThreadsFindNoText) {
+    IPAddressMask const shared = mask("10.0.0.0/8");
+    int asked = 0;
+    PrintingHook const counting([&] { return ++asked != 0; });
+    EXPECT_EQ(askedSecond(IPAddressMaskImpl::s_lock, [&] { return shared.asString(); }), "10.0.0.0/8");
+    EXPECT_EQ(asked, 1);
+}
+
 // Made before main() begins.
 std::string const printedEarly = mask("10.0.0.0/8").asString();
 
@@ -381,6 +390,12 @@ TEST(PrivateNetworkIdentifier, IsOneForAllThreads) {
     for (auto& one : given) threads.emplace_back([&one] { one = PrivateNetworkIdentifier::instance(); });
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(given, std::vector<PrivateNetworkIdentifier*>(4, PrivateNetworkIdentifier::instance()));
+}
+
+TEST(PrivateNetworkIdentifier, MayBeHadForOneself) {
+    PrivateNetworkIdentifier const own;
+    EXPECT_TRUE(own.isPrivateAddress(address("10.1.2.3")));
+    EXPECT_FALSE(own.isPrivateAddress(address("11.1.2.3")));
 }
 
 TEST(PrivateAddress, AnswersCCallers) {

@@ -16,6 +16,7 @@
 #include "tests/support/Threads.h"
 
 using namespace Quillmark;
+using QuillmarkTest::askedSecond;
 using QuillmarkTest::failureOf;
 using QuillmarkTest::fromFourThreads;
 using QuillmarkTest::hex;
@@ -210,6 +211,14 @@ TEST(IPAddress, ShowsOtherThreadsNoHalfOfAText) {
                                      "2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff "
                                      "f.f.f.f.e.e.e.e.d.d.d.d.c.c.c.c.b.b.b.b.a.a.a.a.8.b.d.0.1.0.0.2"));
     }
+}
+
+TEST(IPAddress, AsksTheHelperOnceThoughTwoThreadsFindNoText) {
+    IPAddress const shared = address("192.0.2.1");
+    int asked = 0;
+    PrintingHook const counting([&] { return ++asked != 0; });
+    EXPECT_EQ(askedSecond(IPAddressImpl::s_lock, [&] { return shared.asString(true); }), "192.0.2.1");
+    EXPECT_EQ(asked, 1);
 }
 
 // Made before main() begins.

@@ -653,6 +653,23 @@ TEST(ResolverMessage, MayBeDestroyedWhenItsThreadEnds) {
     EXPECT_EQ(seen, "49.50.51.52");
 }
 
+TEST(ResolverMessage, MayBeReadWhenItsThreadEnds) {
+    struct LastWords {
+        std::string bytes;
+        std::string* seen = nullptr;
+        ~LastWords() { *seen = parsed(bytes).answers().back().value; }
+    };
+    std::string seen;
+    std::thread([&] {
+        thread_local LastWords last;  // goes after everything that came later
+        last.bytes = header({0, 2}) + record(name("a.example"), 2, pointer(12)) +
+                     record(pointer(12), 5, name("b.example"));
+        last.seen = &seen;
+        parsed(last.bytes);
+    }).join();
+    EXPECT_EQ(seen, "b.example");
+}
+
 TEST(DnsName, IsDottedWithoutALastDot) {
     EXPECT_EQ(named(name("www.example.com")), "\"www.example.com\"");
     EXPECT_EQ(named(name("")), "\"\"");
@@ -689,6 +706,48 @@ TEST(DnsName, FollowsPointers) {
     // To the root, to the middle, forward, and to a name that ends in a pointer itself.
     EXPECT_EQ(named("\1x" + pointer(16) + '\0'), "\"x\"");
     EXPECT_EQ(named(pointer(14) + "\1x" + pointer(18) + name("y.z")), "\"x.y.z\"");
+}
+
+TEST(DnsName, IsReadAnewWhenTheMessageGetsItsLengthAgain) {
+    auto const message = behindHeader(name("a.example") + repeated(pointer(12), 4));
+    for (int i = 0; i < 3; ++i) {
+        std::string text;
+        message->parseName(text);
+        EXPECT_EQ(text, "a.example") << i;
+    }
+    message->data()[13] = 'b';
+    message->length(static_cast<int>(message->length()));
+    for (int i = 0; i < 2; ++i) {
+        std::string text;
+        message->parseName(text);
+        EXPECT_EQ(text, "b.example") << i;
+    }
+}
+
+TEST(DnsName, IsReadUpToTheLastByteOfTheLargestMessage) {
+    std::string const wireName = name("abc.de");
+    std::size_t const names = (largest - 12 - 4) / wireName.size();
+    auto const message = behindHeader(repeated(wireName, names) + name("xy"));
+    ASSERT_EQ(message->length(), largest);
+    for (std::size_t i = 0; i <= names; ++i) {
+        std::string text;
+        message->parseName(text);
+        ASSERT_EQ(text, i < names ? "abc.de" : "xy") << i;
+    }
+}
+
+TEST(DnsName, HasALongBeginningInFrontOfAnEndThatWasMet) {
+    std::string const label(63, 'x');
+    std::string const end = repeated(label + ".", 6) + label;
+    for (std::size_t labels = 0; labels < 4; ++labels) {
+        std::string const beginning = repeated(u8(63) + label, labels);
+        auto const message = behindHeader(name(end) + pointer(12) + beginning + pointer(12) + name("next"));
+        for (std::string const& expected : {end, end, repeated(label + ".", labels) + end, "next"s}) {
+            std::string text;
+            message->parseName(text);
+            EXPECT_EQ(text, expected) << labels;
+        }
+    }
 }
 
 TEST(DnsName, TakesTheReservedLabelTypesForPointers) {

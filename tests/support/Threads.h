@@ -1,6 +1,8 @@
 #pragma once
 // What tests ask other threads.
 
+#include <unistd.h>
+
 #include <atomic>
 #include <functional>
 #include <semaphore>
@@ -9,6 +11,7 @@
 #include <vector>
 
 #include "include2/QuillThread"
+#include "tests/support/Support.h"
 
 namespace QuillmarkTest {
 
@@ -39,6 +42,30 @@ inline void whileLocked(Quillmark::Mutex& mutex, std::function<void()> const& ac
     action();
     done.release();
     holder.join();
+}
+
+/// True for a thread of this process that sleeps in the system, as one does that waits for a lock.
+inline bool isAsleep(pid_t thread) {
+    std::string const state = readFile("/proc/self/task/" + std::to_string(thread) + "/stat");
+    return state.compare(state.rfind(')') + 1, 2, " S") == 0;
+}
+
+/// What another thread gets that asks when @p mutex is locked, and has to wait while this one asks the same.
+inline std::string askedSecond(Quillmark::Mutex& mutex, std::function<std::string()> const& ask) {
+    std::atomic<pid_t> waiting{0};
+    std::string answer;
+    std::thread second;
+    {
+        Quillmark::Synchronized const guard(mutex);
+        second = std::thread([&] {
+            waiting = ::gettid();
+            answer = ask();
+        });
+        while (waiting == 0 || !isAsleep(waiting)) std::this_thread::yield();
+        ask();
+    }
+    second.join();
+    return answer;
 }
 
 /// What four threads get that ask at the same time.

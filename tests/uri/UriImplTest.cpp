@@ -110,6 +110,13 @@ TEST(UriCleanUp, DecodesEscapesBeforeCharacterReferences) {
     EXPECT_EQ(Uri("http://&#37;61.example.com/").asString(), "http://%61.example.com/");
 }
 
+TEST(Uri, IsCleanedUpWhenItIsMade) {
+    EXPECT_EQ(Uri("http://www.exa\r\nmple.com/").asString(), "http://www.example.com/");
+    EXPECT_EQ(Uri("http://w%77w.example.com/").asString(), "http://www.example.com/");
+    EXPECT_EQ(Uri("http://&#119;ww.example.com/").asString(), "http://www.example.com/");
+    EXPECT_EQ(Uri("http://www.example.com/\r").asString(), "http://www.example.com/\r");
+}
+
 TEST(Uri, TakesAsManyBytesAsItIsTold) {
     EXPECT_EQ(Uri("http://example.com/path", 20).asString(), "http://example.com/p");
     EXPECT_EQ(UriImpl("http://example.com/path", 19).asString(), "http://example.com/");

@@ -103,6 +103,9 @@ Row const kinds[] = {
     {"mailto:john.a.example", ""},
     {"http://a.example.", "http://a.example."},
     {"http://a.", ""},
+    {"subject:mailto:john@a.example", "mailto:john@a.example"},
+    {"0x7f000001:/.x", "http://0x7f000001:/.x"},
+    {"0x7f000001:/.", ""},  // a dot at the end alone makes no name
 
     // A scheme that was written twice.
     {"http://http://a.example/", "http://a.example/"},
