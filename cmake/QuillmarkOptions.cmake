@@ -5,7 +5,7 @@ option(QUILLMARK_BUILD_TOOLS "Build the quillmark command" ON)
 option(QUILLMARK_BUILD_BENCH "Build the benchmarks" OFF)
 option(QUILLMARK_BUILD_FUZZ "Build the fuzz targets; takes QUILLMARK_SANITIZE with address" OFF)
 set(QUILLMARK_SANITIZE "" CACHE STRING "Sanitizers, as the compiler names them: address,undefined or thread")
-option(QUILLMARK_COVERAGE "Count executed lines" OFF)
+option(QUILLMARK_COVERAGE "Count executed lines and branches; takes clang" OFF)
 set(QUILLMARK_PLATFORM_TARGET "Quillmark::platform" CACHE STRING
     "The target that supplies the platform layer; an appliance names its own")
 
@@ -46,8 +46,9 @@ if(QUILLMARK_SANITIZE)
     target_link_options(quillmark_options INTERFACE -fsanitize=${QUILLMARK_SANITIZE})
 endif()
 if(QUILLMARK_COVERAGE)
-    target_compile_options(quillmark_options INTERFACE --coverage -fprofile-update=atomic)
-    target_link_options(quillmark_options INTERFACE --coverage)
+    target_compile_options(quillmark_options INTERFACE -fprofile-instr-generate -fcoverage-mapping
+        -fprofile-update=atomic)
+    target_link_options(quillmark_options INTERFACE -fprofile-instr-generate)
 endif()
 
 # Objects that were compiled before are not compiled again, where the machine has a cache for them.

@@ -1,4 +1,4 @@
-# Read by ./run and ./check: installs what is missing, configures and builds. Not run by itself.
+# Read by ./run, ./check and the scripts beside it: installs what is missing, configures and builds. Not run by itself.
 
 # Packages of packages.txt, by what they are for.
 packages() {
@@ -46,6 +46,13 @@ install_missing() {
         exit 1
     fi
     rm -f "$log"
+}
+
+# Installs what is missing of the packages of these kinds.
+install_kinds() {
+    local needed=() kind
+    for kind in "$@"; do mapfile -t -O "${#needed[@]}" needed < <(packages "$kind"); done
+    install_missing "${needed[@]}"
 }
 
 # build PRESET TARGET...: configures when needed, builds, and is silent unless it fails.
