@@ -82,7 +82,8 @@ int compare(int argc, char** argv) {
     auto const decode = [=] { return run({self, "decode", text, back}); };
     auto const coreutilsDecode = [=] { return run({"base64", "-d", text}, back); };
 
-    std::string const encoding = "base64 encode a file, 256 MiB", decoding = "base64 decode a file, 256 MiB";
+    std::string const encoding = "base64 encode a file, 256 MiB, whole process";
+    std::string const decoding = "base64 decode a file, 256 MiB, whole process";
     bench::agree(encode() && opensslEncode(), encoding);
     bench::agree(withoutLineFeeds(contents(text)) == withoutLineFeeds(contents(theirs)), encoding);
     ::unlink(theirs.c_str());
