@@ -57,11 +57,10 @@ private:
     QUILLMARK_AVX2 static __m256i characters(__m256i bytes, __m256i gather) noexcept {
         __m256i const laidOut = _mm256_shuffle_epi8(bytes, gather);
         // Multiplying shifts: the first and the third character down, the second and the fourth up.
-        __m256i const down = _mm256_mulhi_epu16(_mm256_and_si256(laidOut, _mm256_set1_epi32(0x0fc0fc00)),
-                                                _mm256_set1_epi32(0x04000040));
-        __m256i const up = _mm256_mullo_epi16(_mm256_and_si256(laidOut, _mm256_set1_epi32(0x003f03f0)),
-                                              _mm256_set1_epi32(0x01000010));
-        __m256i const values = _mm256_or_si256(down, up);
+        __m256i const down = _mm256_mulhi_epu16(laidOut, _mm256_set1_epi32(0x04000040));
+        __m256i const up = _mm256_mullo_epi16(laidOut, _mm256_set1_epi32(0x01000010));
+        __m256i const values = _mm256_and_si256(
+            _mm256_blendv_epi8(down, up, _mm256_set1_epi16(static_cast<short>(0xff00))), each(63));
         // The ranges of the alphabet: 0 to 25, 26 to 51, each of 52 to 63 alone.
         __m256i const range =
             _mm256_sub_epi8(_mm256_subs_epu8(values, each(51)), _mm256_cmpgt_epi8(values, each(25)));
