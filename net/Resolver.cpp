@@ -11,6 +11,7 @@
 #include <new>
 
 #include "foundation/Fail.h"
+#include "net/RecordNumbers.h"
 #include "net/ResolverState.h"
 
 namespace Quillmark {
@@ -18,103 +19,6 @@ namespace Quillmark {
 namespace {
 
 constexpr Site here{"Resolver", 0};
-
-struct TypeRow {
-    int dns;
-    Resolver::RecordType type;
-    char const* name;
-};
-
-// Number on the wire, our own number, name. The first matching row wins, so the order counts:
-// 255 prints as ANY because that row stands above the one for what we do not know.
-constexpr TypeRow recordTypes[] = {
-    {1, Resolver::TypeA, "A"},
-    {2, Resolver::TypeNS, "NS"},
-    {5, Resolver::TypeCNAME, "CNAME"},
-    {12, Resolver::TypePTR, "PTR"},
-    {15, Resolver::TypeMX, "MX"},
-    {16, Resolver::TypeTXT, "TXT"},
-    {6, Resolver::TypeSOA, "SOA"},
-    {255, Resolver::TypeANY, "ANY"},
-    {28, Resolver::TypeAAAA, "AAAA"},
-    {99, Resolver::TypeSPF, "SPF"},
-    {255, Resolver::TypeUnknown, "Unknown"},
-    {32769, Resolver::TypeUnknown, "DLV"},
-    {48, Resolver::TypeUnknown, "DNSKEY"},
-    {43, Resolver::TypeUnknown, "DS"},
-    {47, Resolver::TypeUnknown, "NSEC"},
-    {50, Resolver::TypeUnknown, "NSEC3"},
-    {51, Resolver::TypeUnknown, "NSEC3PARAM"},
-    {46, Resolver::TypeUnknown, "RRSIG"},
-    {32768, Resolver::TypeUnknown, "TA"},
-    {3, Resolver::TypeUnknown, "MD"},
-    {4, Resolver::TypeUnknown, "MF"},
-    {7, Resolver::TypeUnknown, "MB"},
-    {8, Resolver::TypeUnknown, "MG"},
-    {9, Resolver::TypeUnknown, "MR"},
-    {10, Resolver::TypeUnknown, "NULL"},
-    {11, Resolver::TypeUnknown, "WKS"},
-    {13, Resolver::TypeUnknown, "HINFO"},
-    {14, Resolver::TypeUnknown, "MINFO"},
-    {17, Resolver::TypeUnknown, "RP"},
-    {18, Resolver::TypeUnknown, "AFSDB"},
-    {19, Resolver::TypeUnknown, "X25"},
-    {20, Resolver::TypeUnknown, "ISDN"},
-    {21, Resolver::TypeUnknown, "RT"},
-    {22, Resolver::TypeUnknown, "NSAP"},
-    {23, Resolver::TypeUnknown, "NSAP_PTR"},
-    {24, Resolver::TypeUnknown, "SIG"},
-    {25, Resolver::TypeUnknown, "KEY"},
-    {26, Resolver::TypeUnknown, "PX"},
-    {27, Resolver::TypeUnknown, "GPOS"},
-    {29, Resolver::TypeUnknown, "LOC"},
-    {30, Resolver::TypeUnknown, "NXT"},
-    {31, Resolver::TypeUnknown, "EID"},
-    {32, Resolver::TypeUnknown, "NIMLOC"},
-    {33, Resolver::TypeUnknown, "SRV"},
-    {34, Resolver::TypeUnknown, "ATMA"},
-    {35, Resolver::TypeUnknown, "NAPTR"},
-    {36, Resolver::TypeUnknown, "KX"},
-    {37, Resolver::TypeUnknown, "CERT"},
-    {38, Resolver::TypeUnknown, "A6"},
-    {39, Resolver::TypeUnknown, "DNAME"},
-    {40, Resolver::TypeUnknown, "SINK"},
-    {41, Resolver::TypeUnknown, "OPT"},
-    {42, Resolver::TypeUnknown, "APL"},
-    {249, Resolver::TypeUnknown, "TKEY"},
-    {250, Resolver::TypeUnknown, "TSIG"},
-    {251, Resolver::TypeUnknown, "IXFR"},
-    {252, Resolver::TypeUnknown, "AXFR"},
-    {253, Resolver::TypeUnknown, "MAILB"},
-    {254, Resolver::TypeUnknown, "MAILA"},
-    {256, Resolver::TypeUnknown, "ZXFR"},
-    {44, Resolver::TypeUnknown, "SSHFP"},
-    {45, Resolver::TypeUnknown, "IPSECKEY"},
-    {55, Resolver::TypeUnknown, "HIP"},
-    {49, Resolver::TypeUnknown, "DHCID"},
-};
-static_assert(std::size(recordTypes) == 64);
-
-struct ClassRow {
-    int dns;
-    Resolver::RecordClass recordClass;
-    char const* name;
-};
-
-constexpr ClassRow recordClasses[] = {
-    {1, Resolver::ClassIN, "IN"},           {2, Resolver::ClassCS, "CS"},
-    {3, Resolver::ClassCH, "CH"},           {4, Resolver::ClassHS, "HS"},
-    {254, Resolver::ClassNONE, "NONE"},     {255, Resolver::ClassANY, "ANY"},
-    {1, Resolver::ClassUnknown, "Unknown"},
-};
-
-/// The wanted field of the first row whose key is the given one, or the fallback.
-template <class Rows, class Row, class Key, class Field>
-constexpr Field lookUp(Rows const& rows, Key Row::*key, Key value, Field Row::*field, Field fallback) {
-    auto const row = std::find_if(std::begin(rows), std::end(rows),
-                                  [&](Row const& candidate) { return candidate.*key == value; });
-    return row == std::end(rows) ? fallback : (*row).*field;
-}
 
 constexpr char const* unknownName = "Unknown";
 
@@ -244,7 +148,7 @@ void Resolver::server(IPAddress const& address, unsigned int port) const {
 }
 
 Resolver::RecordType Resolver::convertRecordType(int dnsType) noexcept {
-    return lookUp(recordTypes, &TypeRow::dns, dnsType, &TypeRow::type, TypeUnknown);
+    return recordTypeOf(dnsType);
 }
 
 int Resolver::convertRecordType(RecordType type) noexcept {
@@ -260,7 +164,7 @@ char const* Resolver::recordTypeName(int dnsType) noexcept {
 }
 
 Resolver::RecordClass Resolver::convertRecordClass(int dnsClass) noexcept {
-    return lookUp(recordClasses, &ClassRow::dns, dnsClass, &ClassRow::recordClass, ClassUnknown);
+    return recordClassOf(dnsClass);
 }
 
 int Resolver::convertRecordClass(RecordClass recordClass) noexcept {

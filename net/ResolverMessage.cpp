@@ -3,7 +3,9 @@
 #include "foundation/AddressText.h"
 #include "foundation/Caught.h"
 #include "foundation/Fail.h"
-#include "net/WireReader.h"
+#include "foundation/OfThread.h"
+#include "net/MessageSheet.h"
+#include "net/RecordNumbers.h"
 
 #include <arpa/inet.h>
 #include <netdb.h>
@@ -25,87 +27,38 @@ using Record = ResolverMessage::Record;
 
 constexpr Site here{"Resolver", 0};
 
-constexpr int largestMessage = 8192;
 constexpr std::size_t headerSize = 12;
 constexpr unsigned char authoritative = 0x04;  // bits of the header's third byte
 constexpr unsigned char truncated = 0x02;
 
-std::string v4Text(std::string_view bytes) {
-    std::array<char, longestDottedQuad + 1> text;
-    return {text.data(), writeDottedQuad(reinterpret_cast<std::uint8_t const*>(bytes.data()), text.data())};
+// Not inline: knowing that a piece has at most 255 bytes, the compiler would copy it by an instruction
+// that is slow to start.
+[[gnu::noinline]] void append(std::string& text, std::string_view value) {
+    text.append(value);
 }
 
-std::string v6Text(std::string_view bytes) {
-    std::array<char, INET6_ADDRSTRLEN> text{};
+// Texts take longer to assign than to append to.
+void assign(std::string& text, std::string_view value) {
+    text.clear();
+    append(text, value);
+}
+
+void assignV4(std::string& text, std::string_view bytes) {
+    std::array<char, longestDottedQuad + 1> quad;
+    std::size_t const length =
+        writeDottedQuad(reinterpret_cast<std::uint8_t const*>(bytes.data()), quad.data());
+    assign(text, {quad.data(), length});
+}
+
+void assignV6(std::string& text, std::string_view bytes) {
+    std::array<char, INET6_ADDRSTRLEN> groups;
     // The system writes some addresses that begin with zeros with a dotted quad.
-    if (bytes[0] == '\0' && bytes[1] == '\0') {
-        ::inet_ntop(AF_INET6, bytes.data(), text.data(), text.size());
-        return text.data();
-    }
-    return {text.data(), writeGroups(reinterpret_cast<std::uint8_t const*>(bytes.data()), text.data())};
+    if (bytes[0] == '\0' && bytes[1] == '\0')
+        return assign(text, ::inet_ntop(AF_INET6, bytes.data(), groups.data(), groups.size()));
+    std::size_t const length =
+        writeGroups(reinterpret_cast<std::uint8_t const*>(bytes.data()), groups.data());
+    assign(text, {groups.data(), length});
 }
-
-/// Records that messages gave back, for those that the thread parses next: to allocate a record and its
-/// texts takes longer than to read it.
-class SpareRecords {
-public:
-    SpareRecords() noexcept = default;
-    SpareRecords(SpareRecords const&) = delete;
-    SpareRecords& operator=(SpareRecords const&) = delete;
-    ~SpareRecords() { s_threadEnds = true; }
-
-    /// Null at the end of a thread, when others still destroy their messages.
-    static SpareRecords* ofThread() {
-        thread_local SpareRecords spare;
-        return s_threadEnds ? nullptr : &spare;
-    }
-
-    /// Appends a record that is like a new one, if there is any.
-    bool take(std::list<Record>& records) noexcept {
-        if (m_records.empty()) return false;
-        records.splice(records.end(), m_records, m_records.begin());
-        return true;
-    }
-
-    void giveBack(std::list<Record>& records) noexcept {
-        while (!records.empty() && m_records.size() < most) {
-            renew(records.front());
-            m_records.splice(m_records.begin(), records, records.begin());
-        }
-    }
-
-private:
-    static constexpr std::size_t most = 512;
-    static constexpr std::size_t longestText = 256;  // that is worth to be kept
-
-    static void renew(std::string& text) noexcept {
-        if (text.capacity() > longestText)
-            std::string().swap(text);
-        else
-            text.clear();
-    }
-
-    static void renew(Record& record) noexcept {
-        static_assert(sizeof(Record) == 5 * sizeof(std::string) + 48, "every field is dealt with here");
-        renew(record.name);
-        renew(record.value);
-        renew(record.mname);
-        renew(record.rname);
-        renew(record.rdata);
-        record.type = Resolver::TypeUnknown;
-        record.recordClass = Resolver::ClassUnknown;
-        for (auto const number : {&Record::ttl, &Record::mxRank, &Record::serial, &Record::refresh,
-                                  &Record::retry, &Record::expire, &Record::minimum})
-            record.*number = 0;
-        record.dnsType = record.dnsClass = 0;
-    }
-
-    static thread_local constinit bool s_threadEnds;
-
-    std::list<Record> m_records;
-};
-
-thread_local constinit bool SpareRecords::s_threadEnds = false;
 
 /// Parses the last entry of a list. One that fails is no part of the list.
 template <class Entry, class Parse>
@@ -292,27 +245,34 @@ void ResolverMessage::print(std::FILE* out) const {
     std::fwrite(text.data(), 1, text.size(), out);
 }
 
-ResolverMessageImpl::ResolverMessageImpl() : m_buffer(largestMessage, 0) {
-    m_buffer.maxSize(largestMessage);
-    m_reader = std::make_unique<WireReader>(std::span<unsigned char const>(data(), size()));
+ResolverMessageImpl::ResolverMessageImpl() {
+    SpareSheets* const spare = ofThread<SpareSheets>();
+    m_sheet = spare ? spare->take() : std::make_unique<MessageSheet>();
+    m_bytes = m_sheet->bytes.data();
 }
 
 ResolverMessageImpl::~ResolverMessageImpl() {
-    SpareRecords* const spare = SpareRecords::ofThread();
+    SpareSheets* const spare = ofThread<SpareSheets>();
     if (!spare) return;
-    for (auto* const records : {&m_answers, &m_nameservers, &m_additional}) spare->giveBack(*records);
+    if (m_longestData <= MessageSheet::longestSpareText && !m_sheet->reader.hadLongNames()) {
+        m_sheet->queries.giveBack(m_queries);
+        m_sheet->records.giveBack(m_answers);
+        m_sheet->records.giveBack(m_nameservers);
+        m_sheet->records.giveBack(m_additional);
+    }
+    spare->giveBack(std::move(m_sheet));
 }
 
 void ResolverMessageImpl::length(int n) {
-    m_buffer.length(static_cast<uint_t>(std::clamp(n, 0, largestMessage)));
-    m_reader->length(length());
+    m_length = static_cast<uint_t>(std::clamp(n, 0, static_cast<int>(MessageSheet::size)));
+    m_sheet->reader.length(m_length);
     parse();
 }
 
 void ResolverMessageImpl::parse() {
     if (m_parsed) return;
     m_parsed = true;
-    if (length() == 0) return;
+    if (m_length == 0) return;
     try {
         parseHeader();
         parseSections();
@@ -322,62 +282,63 @@ void ResolverMessageImpl::parse() {
 }
 
 void ResolverMessageImpl::parseHeader() {
-    if (length() < headerSize) fail("ResolverMessage", Refused, here, "Truncated packet");
-    m_header = data();
-    for (unsigned int const at : {0U, 4U, 6U, 8U, 10U}) {
-        unsigned char* const field = data() + at;
-        auto const value = static_cast<std::uint16_t>(field[0] << 8 | field[1]);
-        std::memcpy(field, &value, sizeof value);
-    }
-    m_reader->skip(headerSize);
+    if (m_length < headerSize) fail("ResolverMessage", Refused, here, "Truncated packet");
+    m_header = m_bytes;
+    for (unsigned int const at : {0U, 4U, 6U, 8U, 10U}) std::swap(m_bytes[at], m_bytes[at + 1]);
+    m_sheet->reader.skip(headerSize);
 }
 
 void ResolverMessageImpl::parseSections() {
-    std::array<std::uint16_t, 4> counts{};
-    std::memcpy(counts.data(), m_header + 4, sizeof counts);
-    for (unsigned int i = 0; i < counts[0]; ++i) {
-        m_queries.emplace_back();
+    auto const count = [this](std::size_t at) {
+        std::uint16_t number = 0;
+        std::memcpy(&number, m_header + at, sizeof number);
+        return number;
+    };
+    for (unsigned int left = count(4); left != 0; --left) {
+        m_sheet->queries.take(m_queries);
         parseLast(m_queries, [this](Query& query) { queryParse(query); });
     }
-    parseRecords(counts[1], m_answers);
-    parseRecords(counts[2], m_nameservers);
-    parseRecords(counts[3], m_additional);
+    parseRecords(count(6), m_answers);
+    parseRecords(count(8), m_nameservers);
+    parseRecords(count(10), m_additional);
 }
 
 void ResolverMessageImpl::parseRecords(unsigned int count, std::list<Record>& records) {
-    SpareRecords* const spare = SpareRecords::ofThread();
-    for (unsigned int i = 0; i < count && !m_reader->atEnd(); ++i) {
-        if (!spare || !spare->take(records)) records.emplace_back();
+    for (; count != 0 && !m_sheet->reader.atEnd(); --count) {
+        m_sheet->records.take(records);
         parseLast(records, [this](Record& record) { resourceRecordParse(record); });
     }
 }
 
 void ResolverMessageImpl::parseName(std::string& name) {
-    m_reader->name(name);
+    m_sheet->reader.name(name);
 }
 
 void ResolverMessageImpl::queryParse(Query& query) {
-    parseName(query.name);
+    WireReader& in = m_sheet->reader;
+    in.name(query.name);
     // Kept for the daemons: a question may break off before its class.
-    m_reader->need(2, "Resolver::queryParse");
-    query.dnsType = m_reader->u16();
-    query.type = Resolver::convertRecordType(query.dnsType);
-    query.dnsClass = m_reader->u16();
-    query.recordClass = Resolver::convertRecordClass(query.dnsClass);
+    in.need(2, "Resolver::queryParse");
+    query.dnsType = in.u16();
+    query.type = recordTypeOf(query.dnsType);
+    query.dnsClass = in.u16Anywhere();
+    query.recordClass = recordClassOf(query.dnsClass);
 }
 
 void ResolverMessageImpl::resourceRecordParse(Record& record) {
+    WireReader& in = m_sheet->reader;
     constexpr char const* operation = "Resolver::resourceRecordParse";
-    parseName(record.name);
-    m_reader->need(10, operation);
-    record.dnsType = m_reader->u16();
-    record.type = Resolver::convertRecordType(record.dnsType);
-    record.dnsClass = m_reader->u16();
-    record.recordClass = Resolver::convertRecordClass(record.dnsClass);
-    record.ttl = m_reader->u32();
-    unsigned int const dataLength = m_reader->u16();
-    m_reader->need(dataLength, operation);
-    record.rdata = m_reader->peek(dataLength);
+    in.name(record.name);
+    in.need(10, operation);
+    record.dnsType = in.u16();
+    record.type = recordTypeOf(record.dnsType);
+    record.dnsClass = in.u16();
+    record.recordClass = recordClassOf(record.dnsClass);
+    record.ttl = in.u32();
+    unsigned int const dataLength = in.u16();
+    in.need(dataLength, operation);
+    assign(record.rdata, in.peek(dataLength));
+    m_longestData = std::max(m_longestData, dataLength);
 
     // Kept for the daemons: the next record begins behind what was read of this one, whatever its data
     // length says.
@@ -386,55 +347,60 @@ void ResolverMessageImpl::resourceRecordParse(Record& record) {
     case Resolver::TypeAAAA: parseAAAA(record); break;
     case Resolver::TypeNS:
     case Resolver::TypeCNAME:
-    case Resolver::TypePTR: parseName(record.value); break;
+    case Resolver::TypePTR: in.name(record.value); break;
     case Resolver::TypeMX: parseMX(record); break;
     case Resolver::TypeTXT: parseTxt(record, dataLength); break;
     case Resolver::TypeSOA: parseSOA(record, dataLength); break;
     case Resolver::TypeSPF:
     case Resolver::TypeANY:
-    case Resolver::TypeUnknown: m_reader->skip(dataLength); break;
+    case Resolver::TypeUnknown: in.skip(dataLength); break;
     }
 }
 
 void ResolverMessageImpl::parseAddress(Record& record) {
-    m_reader->need(sizeof(in_addr), "Resolver::parseAddress");
-    record.value = v4Text(m_reader->bytes(sizeof(in_addr)));
+    WireReader& in = m_sheet->reader;
+    in.need(sizeof(in_addr), "Resolver::parseAddress");
+    assignV4(record.value, in.bytes(sizeof(in_addr)));
 }
 
 void ResolverMessageImpl::parseAAAA(Record& record) {
-    m_reader->need(sizeof(in6_addr), "Resolver::parseAAAA");
-    record.value = v6Text(m_reader->bytes(sizeof(in6_addr)));
+    WireReader& in = m_sheet->reader;
+    in.need(sizeof(in6_addr), "Resolver::parseAAAA");
+    assignV6(record.value, in.bytes(sizeof(in6_addr)));
 }
 
 void ResolverMessageImpl::parseMX(Record& record) {
+    WireReader& in = m_sheet->reader;
     // Kept for log readers: the title, and that an exchange of one byte may not be the last of a message.
-    m_reader->need(4, "Resolver::parseMx");
-    record.mxRank = m_reader->u16();
-    parseName(record.value);
+    in.need(4, "Resolver::parseMx");
+    record.mxRank = in.u16();
+    in.name(record.value);
 }
 
 void ResolverMessageImpl::parseTxt(Record& record, unsigned int dataLength) {
+    WireReader& in = m_sheet->reader;
     constexpr char const* operation = "Resolver::parseTxt";
     while (dataLength != 0) {
-        m_reader->need(1, operation);
-        unsigned int const count = m_reader->u8();
+        in.need(1, operation);
+        unsigned int const count = in.u8();
         --dataLength;
         if (count > dataLength) WireReader::failCorrupt(operation);
-        m_reader->need(count, operation);
-        record.value += m_reader->bytes(count);
+        in.need(count, operation);
+        append(record.value, in.bytes(count));
         dataLength -= count;
     }
 }
 
 void ResolverMessageImpl::parseSOA(Record& record, unsigned int /*dataLength*/) {
-    parseName(record.mname);
-    parseName(record.rname);
-    m_reader->need(20, "Resolver::parseSOA");
-    record.serial = m_reader->u32();
-    record.refresh = m_reader->u32();
-    record.retry = m_reader->u32();
-    record.expire = m_reader->u32();
-    record.minimum = m_reader->u32();
+    WireReader& in = m_sheet->reader;
+    in.name(record.mname);
+    in.name(record.rname);
+    in.need(20, "Resolver::parseSOA");
+    record.serial = in.u32();
+    record.refresh = in.u32();
+    record.retry = in.u32();
+    record.expire = in.u32();
+    record.minimum = in.u32();
 }
 
 ResolverMessage::MxRecords const& ResolverMessageImpl::mxRecords() {

@@ -8,23 +8,20 @@
 
 #include "net/WireReader.h"
 
+#include "foundation/Fail.h"
+
 #include <algorithm>
 #include <cassert>
-
-#include "foundation/Fail.h"
+#include <tuple>
 
 namespace Quillmark {
 
 namespace {
 
-// A greater length byte makes it a pointer, also where RFC 1035 has reserved it.
-constexpr std::uint8_t longestLabel = 63;
-
-// The text of all names of a message. Every message whose pointers lead to earlier names stays below.
-constexpr std::size_t nameAllowance = std::size_t{4} << 20;
-static_assert(nameAllowance <= UINT32_MAX);
-
 constexpr Site here{"Resolver", 0};
+
+// As many bytes as a label may have are copied faster than as many as this one has.
+constexpr std::size_t copied = 64, copiedOfShort = 16;
 
 [[noreturn]] void failName() {
     fail("Resolver::ParseName", ParseError, here, "OutOfBounds name index");
@@ -40,81 +37,65 @@ void WireReader::length(std::size_t length) {
     assert(length <= m_array.size());
     m_length = length;
     m_steps = 0;
-    if (m_readLength != 0) forget();
+    forget();
     m_kept = {};
     m_texts = {};
 }
 
-std::string_view WireReader::peek(std::size_t count) const {
-    assert(count <= remaining());
-    return {reinterpret_cast<char const*>(m_array.data()) + m_offset, count};
-}
-
-std::string_view WireReader::bytes(std::size_t count) {
-    std::string_view const result = peek(count);
-    skip(count);
-    return result;
-}
-
-void WireReader::name(std::string& text) {
-    if (m_steps > m_length || !shortName(text)) anyName(text);
+void WireReader::restart() {
+    m_offset = m_nameBytes = 0;
+    m_hadLongNames = false;
+    m_visits = {};
+    length(0);
 }
 
 /// Reads a name of usual length that does not jump about. False leaves everything as it was, also for a
-/// name that is none.
+/// name that is none. It is put together behind what is remembered, to be remembered where it is.
 bool WireReader::shortName(std::string& text) {
-    constexpr std::size_t longestName = 512;
-    constexpr std::size_t mostJumps = 16;
-    std::array<char, longestName + longestLabel + 1> name;
-    std::size_t length = 0;
-    auto const dot = [&] {
-        if (length != 0) name[length++] = '.';
-    };
+    constexpr int mostJumps = 16;
+    char* const name = roomToRead();
+    std::size_t length = 0;  // with a dot at the beginning
 
     std::size_t at = m_offset;
-    std::size_t behind = 0;  // the name as it is stored here: behind its first pointer
+    std::size_t behind = 0;                   // the name as it is stored here: behind its first pointer
+    std::size_t learnt = at, learntFrom = 0;  // a place to remember, and where its name begins
     std::size_t steps = 0;
-    std::size_t unknown = 0, unknownFrom = 0;  // the first place that was pointed at and not remembered
-    std::size_t jumps = 0;
+    int jumps = 0;
     for (;; ++steps) {
         if (at >= m_length) return false;
         std::size_t const count = m_array[at];
         if (count == 0) break;
         if (count <= longestLabel) {
-            if (count >= m_length - at || length > longestName - longestLabel) return false;
-            dot();
-            unsigned char const* const label = m_array.data() + at + 1;
-            // As many bytes as a label may have are copied faster than as many as this one has.
-            bool const whole = m_array.size() - at > longestLabel + 1;
-            std::memcpy(name.data() + length, label, whole ? longestLabel + 1 : count);
-            length += count;
+            if (count >= m_length - at || length + count > longestUsualName) return false;
+            // The length goes along, and becomes the dot before the label.
+            if (count < copiedOfShort)
+                std::memcpy(name + length, textAt(at), copiedOfShort);
+            else
+                std::memcpy(name + length, textAt(at), copied);
+            name[length] = '.';
+            length += 1 + count;
             at += 1 + count;
             continue;
         }
         if (at + 1 >= m_length || ++jumps > mostJumps) return false;
         if (behind == 0) behind = at + 2;
-        at = (count & longestLabel) << 8 | m_array[at + 1];
-        Remembered const& known = m_remembered[at % m_remembered.size()];
-        if (known.at == at && at != 0) {
-            if (known.length > longestName - length) return false;
-            dot();
-            std::memcpy(name.data() + length, m_read.data() + known.begin, known.length);
-            length += known.length;
+        at = target(at);
+        if (std::string_view const known = recall(at); !known.empty()) {
+            if (length + known.size() > longestUsualName) return false;
+            name[length] = '.';
+            std::memcpy(name + length + 1, known.data(), known.size());
+            length += 1 + known.size();
             break;
         }
-        if (unknown == 0) unknown = at, unknownFrom = length == 0 ? 0 : length + 1;
+        if (jumps == 1) learnt = at, learntFrom = length;
     }
-    if (length >= nameAllowance - m_nameBytes) return false;
+    if (m_nameBytes + length > nameAllowance) return false;
 
     m_offset = behind != 0 ? behind : at + 1;
     m_steps += steps;
-    if (length != 0) {
-        m_nameBytes += length + 1;
-        if (!text.empty()) text += '.';
-        text.append(name.data(), length);
-    }
-    if (unknown != 0)
-        remember(unknown, std::string_view(name.data(), length).substr(std::min(unknownFrom, length)));
+    if (length == 0) return true;
+    append({name + 1, length - 1}, text);
+    if (learntFrom < length) remember(learnt, learntFrom + 1, length);
     return true;
 }
 
@@ -131,7 +112,7 @@ void WireReader::anyName(std::string& text) {
     while (std::uint8_t const count = nameByte(at)) {
         if (keeping && behind != 0 && m_kept[at].known) {
             Kept const& kept = m_kept[at];
-            append(std::string_view(m_texts).substr(kept.begin, kept.end - kept.begin), text);
+            appendOrFail(std::string_view(m_texts).substr(kept.begin, kept.end - kept.begin), text);
             break;
         }
         if (++steps > m_length) failName();  // there are not so many places: it goes round
@@ -140,28 +121,39 @@ void WireReader::anyName(std::string& text) {
             if (behind == 0) behind = at + 2;
             at = static_cast<std::size_t>(count & longestLabel) << 8 | nameByte(at + 1);
         } else {
-            append(label(at), text);
+            appendOrFail(label(at), text);
             at += 1 + std::size_t{count};
         }
     }
     m_offset = behind != 0 ? behind : at + 1;
     m_steps += steps;
+    if (text.size() - start > longestUsualName) m_hadLongNames = true;
     if (!m_visits.empty()) keep(text, start);
 }
 
-void WireReader::remember(std::size_t at, std::string_view name) noexcept {
-    if (name.empty() || name.size() > m_read.size()) return;
-    if (name.size() > m_read.size() - m_readLength) forget();
-    std::memcpy(m_read.data() + m_readLength, name.data(), name.size());
-    m_remembered[at % m_remembered.size()] = {static_cast<std::uint16_t>(at),
-                                              static_cast<std::uint16_t>(m_readLength),
-                                              static_cast<std::uint16_t>(name.size())};
-    m_readLength += name.size();
+/// Where the longest usual name may be put together.
+char* WireReader::roomToRead() noexcept {
+    constexpr std::uint32_t size = std::tuple_size_v<decltype(m_read)>;
+    constexpr std::uint32_t needed = 1 + longestUsualName + copied;
+    if (m_readEnd % size > size - needed) m_readEnd = (m_readEnd / size + 1) * size;
+    if (m_readEnd + needed > size) m_oldest = std::max(m_oldest, m_readEnd + needed - size);
+    return m_read.data() + m_readEnd % size;
+}
+
+/// Remembers a piece of what was put together there.
+void WireReader::remember(std::size_t at, std::size_t begin, std::size_t end) noexcept {
+    m_remembered[at % m_remembered.size()] = {m_readEnd + static_cast<std::uint32_t>(begin),
+                                              static_cast<std::uint16_t>(at),
+                                              static_cast<std::uint16_t>(end - begin)};
+    constexpr std::uint32_t aligned = 32;  // to write from such a place on is faster
+    m_readEnd = (m_readEnd + static_cast<std::uint32_t>(end) + aligned - 1) / aligned * aligned;
 }
 
 void WireReader::forget() noexcept {
+    m_oldest = m_readEnd;
+    if (m_readEnd < UINT32_MAX / 2) return;
     m_remembered.fill({});
-    m_readLength = 0;
+    m_readEnd = m_oldest = 0;
 }
 
 /// Keeps what a name read from its start, for each place that it went over.
@@ -187,12 +179,10 @@ std::string_view WireReader::label(std::size_t at) const {
     return {reinterpret_cast<char const*>(m_array.data()) + at + 1, count};
 }
 
-void WireReader::append(std::string_view labels, std::string& text) {
+void WireReader::appendOrFail(std::string_view labels, std::string& text) {
     if (labels.empty()) return;
-    m_nameBytes += labels.size() + 1;
-    if (m_nameBytes > nameAllowance) failName();
-    if (!text.empty()) text += '.';
-    text += labels;
+    if (m_nameBytes + labels.size() >= nameAllowance) failName();
+    append(labels, text);
 }
 
 }  // namespace Quillmark

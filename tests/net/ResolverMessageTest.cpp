@@ -641,6 +641,39 @@ TEST(ResolverMessage, HasNothingOfTheMessagesBeforeIt) {
     }
 }
 
+TEST(ResolverMessage, BeginsWithZeros) {
+    for (int round = 0; round < 3; ++round) {
+        std::vector<Handle<ResolverMessageImpl>> messages;
+        for (int i = 0; i < 4; ++i) {
+            auto const message = messages.emplace_back(new ResolverMessageImpl, false);
+            EXPECT_EQ(std::count(message->data(), message->data() + largest, 0), largest);
+            std::memset(message->data(), 0xff, largest);
+            message->length(i < 2 ? 0 : 100);
+        }
+    }
+}
+
+TEST(ResolverMessage, IsReadAloneAmongOthers) {
+    std::vector<ResolverMessage> messages;
+    for (int round = 0; round < 2; ++round) {
+        messages.clear();
+        for (std::string const host : {"a.example", "b.example", "c.example", "d.example"})
+            messages.push_back(parsed(header({1, 2}) + question(name(host), 1) +
+                                      record(pointer(12), 16, u8(200) + std::string(200, host[0])) +
+                                      record(pointer(12), 16,
+                                             u8(250) + std::string(250, host[0]) + u8(250) +
+                                                 std::string(250, 'x') + u8(99) + std::string(99, 'y'))));
+        for (ResolverMessage const& message : messages) {
+            std::string const& host = message.queries().front().name;
+            ASSERT_EQ(message.answers().size(), 2U);
+            EXPECT_EQ(message.answers().front().name, host);
+            EXPECT_EQ(message.answers().front().value, std::string(200, host[0]));
+            EXPECT_EQ(message.answers().back().value,
+                      std::string(250, host[0]) + std::string(250, 'x') + std::string(99, 'y'));
+        }
+    }
+}
+
 TEST(ResolverMessage, MayBeDestroyedWhenItsThreadEnds) {
     std::string const bytes = header({0, 1}) + record(name("a.example"), 1, "1234");
     std::string seen;
