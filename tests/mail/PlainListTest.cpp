@@ -90,3 +90,20 @@ TEST(PlainList, GivesAddressesWhoseTextsAreMade) {
     EXPECT_EQ(bare.address(), "John@b.example");
     EXPECT_EQ(bare.asString(), "John@b.example");
 }
+
+TEST(PlainList, LowersEveryLetterAndNothingElse) {
+    for (char letter = 'A'; letter <= 'Z'; ++letter) {
+        std::string const capital(1, letter);
+        std::string const small(1, static_cast<char>(letter + 32));
+        // The second needs the grammar.
+        for (std::string const before : {"", "\"q\"."}) {
+            std::string const text = before + capital + "@" + capital + ".example";
+            EXPECT_EQ(EmailAddress::rfc5322Parse(text, false).address(),
+                      before + capital + "@" + small + ".example");
+            EXPECT_EQ(EmailAddress::rfc5322Parse(text, true).address(),
+                      before + small + "@" + small + ".example");
+        }
+    }
+    EXPECT_EQ(EmailAddress::rfc5322Parse("`{@b.example", true).address(), "`{@b.example");
+    EXPECT_EQ(EmailAddress::rfc5322Parse("\"@[\".A@b.example", true).address(), "\"@[\".a@b.example");
+}

@@ -1,3 +1,5 @@
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <map>
 #include <random>
@@ -177,6 +179,11 @@ TEST(ResolverMessage, IsParsedByTheFirstLook) {
     ResolverMessage const handle(message.get(), true);
     EXPECT_TRUE(handle.isEmpty());
     EXPECT_TRUE(handle.answers().empty());
+    // What comes later is too late.
+    std::string const bytes = header({0, 1}) + record(name("a.example"), 1, "\1\2\3\4");
+    std::memcpy(message->data(), bytes.data(), bytes.size());
+    message->length(static_cast<int>(bytes.size()));
+    EXPECT_TRUE(handle.answers().empty());
 }
 
 TEST(ResolverMessage, HasFourSectionsInWireOrder) {
@@ -285,6 +292,24 @@ TEST(ResolverMessage, PrintsRecordsByTheirType) {
          "type=A, class=Unknown, name=x.example, ttl=60, value=1.1.1.1\n"},
     };
     for (auto const& [wire, text] : rows) EXPECT_EQ(answered(wire), text);
+}
+
+TEST(ResolverMessage, WritesAddressesAsTheSystemDoes) {
+    std::mt19937 random(3);
+    auto const below = [&](unsigned int n) { return static_cast<unsigned int>(random() % n); };
+    for (int round = 0; round < 3000; ++round) {
+        // Many zeros, and what begins like an address with an IPv4 address at its end.
+        std::string v6(16, '\0');
+        for (char& byte : v6) byte = static_cast<char>(below(3) == 0 ? below(256) : 0);
+        if (below(4) == 0) v6.replace(0, 10, 10, '\0');
+        if (below(4) == 0) v6.replace(10, 2, "\xff\xff");
+        std::string const v4 = v6.substr(12);
+        char text[INET6_ADDRSTRLEN];
+        EXPECT_EQ(parsed(header({0, 1}) + record(name(""), 28, v6)).answers().front().value,
+                  ::inet_ntop(AF_INET6, v6.data(), text, sizeof text));
+        EXPECT_EQ(parsed(header({0, 1}) + record(name(""), 1, v4)).answers().front().value,
+                  ::inet_ntop(AF_INET, v4.data(), text, sizeof text));
+    }
 }
 
 TEST(ResolverMessage, PrintsQuestionsByTheirType) {
@@ -711,6 +736,33 @@ TEST(DnsName, IsDottedWithoutALastDot) {
     // Not cut at 255 bytes.
     std::string const longName = repeated("x.", 2000) + "y";
     EXPECT_EQ(named(name(longName)), '"' + longName + '"');
+}
+
+TEST(DnsName, EndsWhereTheNextFieldBegins) {
+    for (std::size_t const labels : {1U, 20U, 255U, 256U, 257U, 600U, 2000U}) {
+        std::string const text = repeated("x.", labels) + "y";
+        auto const message = behindHeader(name(text) + name("next") + "\1z" + pointer(12) + name("last"));
+        for (std::string const& expected : {text, "next"s, "z." + text, "last"s}) {
+            std::string read;
+            message->parseName(read);
+            EXPECT_EQ(read, expected) << labels;
+        }
+    }
+}
+
+TEST(DnsName, IsReadAnewBehindANewLength) {
+    auto const message = behindHeader(name("old") + pointer(12) + pointer(12) + pointer(12));
+    std::string text;
+    for (char const* const expected : {"old", "old", "old"}) {
+        text.clear();
+        message->parseName(text);
+        EXPECT_EQ(text, expected);
+    }
+    std::memcpy(message->data() + 13, "new", 3);
+    message->length(static_cast<int>(message->length()));
+    text.clear();
+    message->parseName(text);
+    EXPECT_EQ(text, "new");
 }
 
 TEST(DnsName, IsAppendedToATextThatIsThere) {

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <ctime>
 
 #include "include2/Uri"
@@ -173,6 +174,18 @@ TEST(UriParse, BuildsTheComparisonString) {
         EXPECT_EQ(Uri(uri).comparisonString(), comparison) << uri;
         EXPECT_EQ(Uri(uri).canonicalized(), comparison) << uri;
     }
+}
+
+TEST(UriParse, LowersEveryLetterButThoseOfThePathAndTheUser) {
+    for (char letter = 'A'; letter <= 'Z'; ++letter) {
+        std::string written = "!://!@!.example/!?!#!";
+        std::string comparison = "*://!@*.example/!?*#*";
+        std::replace(written.begin(), written.end(), '!', letter);
+        std::replace(comparison.begin(), comparison.end(), '!', letter);
+        std::replace(comparison.begin(), comparison.end(), '*', static_cast<char>(letter + 32));
+        EXPECT_EQ(Uri(written).canonicalized(), comparison);
+    }
+    EXPECT_EQ(Uri("http://a.example/?@[`{").query(), "@[`{");
 }
 
 TEST(UriParse, ShowsTheAsciiFormOfAnInternationalisedHost) {
