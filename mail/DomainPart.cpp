@@ -18,7 +18,7 @@ bool s_isValidDomainLiteral(std::string const& text) {
     stringLeftTrim(address);
     stringRightTrim(address);
     // Kept for peers: only lower case is a prefix, so "IPv6:" stays and is no address.
-    if (address.rfind("ipv6:", 0) == 0) address.erase(0, 5);
+    if (address.starts_with("ipv6:")) address.erase(0, 5);
     return IPAddress::isValidIPAddress(address);
 }
 
