@@ -207,6 +207,18 @@ TEST(HeaderList, ReadsTheDomainFromTheRight) {
     });
 }
 
+// Kept for the daemons: what cannot be converted to ASCII is not looked at either, and the byte that a domain
+// ends in may be a special one.
+TEST(HeaderList, TakesASpecialByteBehindADomainThatHasNoAsciiForm) {
+    expectLists({
+        {"a@b.\xd7\x90z;", "a|b.\xd7\x90z;"},
+        {"a@b.\xd7\x90z@", "a|b.\xd7\x90z@"},
+        {"a@b.\xd7\x90z<", "a|b.\xd7\x90z<"},
+        {"<a@b.\xd7\x90z;>", ""},
+        {"a@b\xc3\xbc;", ""},
+    });
+}
+
 TEST(HeaderList, ReadsTheLocalPartUpToABlankOrABracket) {
     expectLists({
         {"a @bb.example", "a|bb.example"},
