@@ -16,6 +16,7 @@
 
 #include "foundation/ByteSet.h"
 #include "foundation/Fail.h"
+#include "foundation/SpareBlocks.h"
 #include "include2/IPAddress"
 #include "net/DomainLists.h"
 #include "net/HostNameReader.h"
@@ -186,7 +187,7 @@ Split split(std::string_view name) {
 }
 
 void assignChange(std::string& text, std::string_view value) {
-    if (text.empty() ? !value.empty() : text != value) text = std::string(value);
+    if (text.empty() ? !value.empty() : text != value) text.assign(value);
 }
 
 }  // namespace
@@ -194,6 +195,16 @@ void assignChange(std::string& text, std::string_view value) {
 HostNameImpl::HostNameImpl(std::string name, std::string idn, bool isIPAddress)
     : m_parsed(isIPAddress), m_isIPAddress(isIPAddress), m_name(std::move(name)), m_idn(std::move(idn)) {
     if (isIPAddress) m_host = m_domain = m_name;
+}
+
+using SpareNames = SpareBlocks<HostNameImpl, 256>;
+
+void* HostNameImpl::operator new(std::size_t size) {
+    return SpareNames::take(size);
+}
+
+void HostNameImpl::operator delete(void* memory, std::size_t size) noexcept {
+    SpareNames::giveBack(memory, size);
 }
 
 std::string const& HostNameImpl::host() const {

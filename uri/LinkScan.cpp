@@ -2,6 +2,7 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
 #include <array>
 #include <bit>
 
@@ -44,6 +45,22 @@ private:
 
 std::size_t nextMarkPlain(std::string_view text, std::size_t from, HighBytes highBytes) noexcept {
     return Marks(text, from, highBytes).next(from);
+}
+
+LinkRun runAtPlain(std::string_view text, std::size_t from, std::size_t mark, HighBytes highBytes) noexcept {
+    ByteSet const& uriBytes = highBytes == HighBytes::InLinks ? utf8UriBytes : asciiUriBytes;
+    LinkRun run{mark, mark, false};
+    while (run.end < text.size() && uriBytes.contains(text[run.end])) ++run.end;
+    if (run.end == mark) return run;
+    while (run.begin > from && uriBytes.contains(text[run.begin - 1])) --run.begin;
+    while (run.begin < run.end && text[run.begin] == '.') ++run.begin;
+    for (std::size_t at = run.begin; at < run.end && !run.bracketed; ++at) {
+        run.bracketed = text[at] == '[';
+        if (text[at] != '.') continue;
+        ++run.dots;
+        run.doubledDot = run.doubledDot || text[at - 1] == '.';
+    }
+    return run;
 }
 
 // A kernel says of a block of bytes which of them are candidates: bytes of runs behind a dot, colons,
@@ -105,22 +122,59 @@ std::uint8_t bitsOfHigh(HighBytes highBytes) noexcept {
     return 0;
 }
 
+QUILLMARK_AVX512 __m512i bitsOf(__m512i bytes, HighBytes highBytes) noexcept {
+    __m512i const ofAscii = _mm512_permutex2var_epi8(_mm512_loadu_si512(asciiBits.data()), bytes,
+                                                     _mm512_loadu_si512(asciiBits.data() + 64));
+    return _mm512_mask_mov_epi8(ofAscii, _mm512_movepi8_mask(bytes),
+                                _mm512_set1_epi8(static_cast<char>(bitsOfHigh(highBytes))));
+}
+
 QUILLMARK_AVX512 std::size_t nextMarkAvx512(std::string_view text, std::size_t from,
                                             HighBytes highBytes) noexcept {
-    __m512i const low = _mm512_loadu_si512(asciiBits.data());
-    __m512i const middle = _mm512_loadu_si512(asciiBits.data() + 64);
-    __m512i const high = _mm512_set1_epi8(static_cast<char>(bitsOfHigh(highBytes)));
     BlockScan scan(text, from, highBytes);
     while (scan.hasBlock(64)) {
         __m512i const bytes = _mm512_loadu_si512(scan.block());
         __m512i const before = _mm512_loadu_si512(scan.block() - 1);
-        __m512i const bits = _mm512_mask_mov_epi8(_mm512_permutex2var_epi8(low, bytes, middle),
-                                                  _mm512_movepi8_mask(bytes), high);
+        __m512i const bits = bitsOf(bytes, highBytes);
         __mmask64 const inRun = _mm512_test_epi8_mask(bits, _mm512_set1_epi8(inRunBit));
         __mmask64 const behindDot = _mm512_mask_cmpeq_epi8_mask(inRun, before, _mm512_set1_epi8('.'));
         scan.take(behindDot | _mm512_movepi8_mask(bits), 64);
     }
     return scan.result();
+}
+
+QUILLMARK_AVX512 __m512i load(std::string_view bytes) noexcept {
+    return _mm512_maskz_loadu_epi8(_bzhi_u64(~std::uint64_t{0}, static_cast<unsigned>(bytes.size())),
+                                   bytes.data());
+}
+
+QUILLMARK_AVX512 std::uint64_t inRuns(__m512i bytes, HighBytes highBytes) noexcept {
+    return _mm512_test_epi8_mask(bitsOf(bytes, highBytes), _mm512_set1_epi8(inRunBit)) |
+           _mm512_cmpeq_epi8_mask(bytes, _mm512_set1_epi8('.'));
+}
+
+// Long runs, and those with a bracket, are the plain twin's.
+QUILLMARK_AVX512 LinkRun runAtAvx512(std::string_view text, std::size_t from, std::size_t mark,
+                                     HighBytes highBytes) noexcept {
+    // The mark is the last of the bytes in front and the first of those behind.
+    std::size_t const reach = std::min<std::size_t>(64, mark + 1 - from);
+    std::uint64_t const upToMark = inRuns(load(text.substr(mark + 1 - reach, reach)), highBytes)
+                                   << (64 - reach);
+    std::uint64_t const fromMark = inRuns(load(text.substr(mark, 64)), highBytes);
+    auto const before = static_cast<std::size_t>(std::countl_one(upToMark));
+    auto const length = before + static_cast<std::size_t>(std::countr_one(fromMark)) - 1;
+    if (before == 0) return {mark, mark, false};
+    if (before == 64 || length >= 64) return runAtPlain(text, from, mark, highBytes);
+
+    std::size_t const begin = mark + 1 - before;
+    __m512i const bytes = load(text.substr(begin, length));
+    if (_mm512_cmpeq_epi8_mask(bytes, _mm512_set1_epi8('[')) != 0)
+        return runAtPlain(text, from, mark, highBytes);
+    std::uint64_t dots = _mm512_cmpeq_epi8_mask(bytes, _mm512_set1_epi8('.'));
+    auto const inFront = static_cast<std::size_t>(std::countr_one(dots));
+    dots >>= inFront;
+    return {begin + inFront, begin + length, false, (dots & dots << 1) != 0,
+            static_cast<std::size_t>(std::popcount(dots))};
 }
 
 // The same bits by halves of a byte: it stands in a run when its row (the upper half) is among those of its
@@ -175,9 +229,9 @@ QUILLMARK_AVX2 std::size_t nextMarkAvx2(std::string_view text, std::size_t from,
 }
 
 constexpr LinkScan scans[] = {
-    {InstructionSet::Avx512, nextMarkAvx512},
-    {InstructionSet::Avx2, nextMarkAvx2},
-    {InstructionSet::Any, nextMarkPlain},
+    {InstructionSet::Avx512, nextMarkAvx512, runAtAvx512},
+    {InstructionSet::Avx2, nextMarkAvx2, runAtPlain},
+    {InstructionSet::Any, nextMarkPlain, runAtPlain},
 };
 
 }  // namespace

@@ -22,6 +22,14 @@ enum class HighBytes : std::uint8_t {
     Foreign,  ///< they may not
 };
 
+/// A run of URI bytes, without the dots that it begins with.
+struct LinkRun {
+    std::size_t begin, end;
+    bool bracketed;           ///< there is an opening bracket
+    bool doubledDot = false;  ///< two dots side by side; here and below, in front of that bracket
+    std::size_t dots = 0;
+};
+
 /// One way of finding the next mark: the last byte of what is in every run of URI bytes that may be a link,
 /// and rarely in one that is none. A mark is
 ///
@@ -35,6 +43,9 @@ struct LinkScan {
     /// @param from  nothing in front of it is looked at
     /// @return the first mark at or behind @p from, or the size of the text
     std::size_t (*nextMark)(std::string_view text, std::size_t from, HighBytes highBytes) noexcept;
+    /// The run around @p mark, of which nothing in front of @p from is looked at. Empty, and at the mark,
+    /// where no byte of a run is.
+    LinkRun (*runAt)(std::string_view text, std::size_t from, std::size_t mark, HighBytes highBytes) noexcept;
 };
 
 /// All kernels, the best first. The last one is the plain twin.

@@ -1,11 +1,14 @@
 #include "include2/Uri"
 
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <string_view>
 #include <utility>
 
 #include "foundation/ByteSet.h"
 #include "foundation/Fail.h"
+#include "foundation/SpareBlocks.h"
 #include "uri/UriParse.h"
 
 namespace Quillmark {
@@ -75,8 +78,23 @@ std::string withoutEscapes(std::string_view text) {
     return result;
 }
 
+// Whether one of the bytes that a pass begins at is there. Each x86-64 compares 16 bytes at a time.
+bool holdsPassMark(std::string_view text) noexcept {
+    auto const marksIn = [](char const* block) {
+        __m128i const bytes = _mm_loadu_si128(reinterpret_cast<__m128i const*>(block));
+        auto const are = [bytes](char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
+        return _mm_movemask_epi8(_mm_or_si128(are('%'), _mm_or_si128(are('&'), are('\n'))));
+    };
+    if (text.size() < 16) return text.find_first_of("%&\n") != npos;
+    char const* const last = text.data() + text.size() - 16;
+    for (char const* block = text.data(); block < last; block += 16)
+        if (marksIn(block) != 0) return true;
+    return marksIn(last) != 0;
+}
+
 // The text after both passes. Most links need neither, and are copied once.
 std::string cleanedUp(std::string_view text) {
+    if (!holdsPassMark(text)) return std::string(text);
     std::size_t const escape = text.find('%');
     bool const needsPass = text.find('\n') != npos || text.find("&#") != npos ||
                            (escape != npos && escapeStandsBeforePath(text, escape));
@@ -99,6 +117,16 @@ UriImpl::UriImpl(char const* text, unsigned int length) {
 }
 
 UriImpl::~UriImpl() = default;
+
+using SpareLinks = SpareBlocks<UriImpl, 256>;
+
+void* UriImpl::operator new(std::size_t size) {
+    return SpareLinks::take(size);
+}
+
+void UriImpl::operator delete(void* memory, std::size_t size) noexcept {
+    SpareLinks::giveBack(memory, size);
+}
 
 std::string const& UriImpl::asString() const {
     static_cast<void>(parts());

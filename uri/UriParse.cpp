@@ -230,9 +230,7 @@ void parseUri(std::string_view text, UriParts& parts) {
     splitPath(text.substr(end), parts);
     if (parts.scheme == mailtoScheme) {
         parts.comparison = mailtoComparison(parts);
-    } else if (isHost && isItsComparison(text, authority, parts)) {
-        parts.comparison = std::string(text);
-    } else {
+    } else if (!isHost || !isItsComparison(text, authority, parts)) {
         parts.comparison = comparisonOf(parts, text.size());
     }
 }

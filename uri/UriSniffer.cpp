@@ -29,20 +29,13 @@ bool isHigh(char c) noexcept {
 }
 
 // What makes a run a possible link: how many dots it has or, past a "[", how many colons, if a "]" is
-// there as well. 0 for a run that is none, as any with two dots side by side. None begins with a dot.
-std::size_t countOf(std::string_view run) {
-    std::size_t const open = std::min(run.find('['), run.size());
-    std::size_t dots = 0;
-    for (std::size_t i = 0; i < open; ++i) {
-        if (run[i] != '.') continue;
-        if (run[i - 1] == '.') return 0;
-        ++dots;
-    }
-    if (open == run.size()) return dots;
-
+// there as well. 0 for a run that is none, as any with two dots side by side.
+std::size_t countOf(LinkRun const& found, std::string_view run) {
+    if (found.doubledDot) return 0;
+    if (!found.bracketed) return found.dots;
     std::size_t colons = 0;
     bool closed = false;
-    for (char const c : run.substr(open + 1)) {
+    for (char const c : run.substr(run.find('[') + 1)) {
         if (c == '[' && colons != 0) return 0;
         if (c == ':') ++colons;
         if (c == ']') closed = true;
@@ -52,52 +45,23 @@ std::size_t countOf(std::string_view run) {
 
 // Cuts the text into runs, stretches of bytes that may stand in a URI, and hands over the runs that may be
 // links, each with its count. It goes from mark to mark, and looks for the two ends of a run only there.
-class RunFinder {
-public:
-    explicit RunFinder(std::string_view text) noexcept : m_text(text) {}
-
-    template <class Found>
-    void forEachRun(Found found) {
-        static auto const nextMark = bestKernel(linkScans()).nextMark;
-        for (std::size_t from = 0; from < m_text.size();) {
-            std::size_t const mark = nextMark(m_text, from, m_highBytes);
-            if (mark == m_text.size()) return;
-            std::size_t const end = endOfRun(mark);
-            if (m_highBytes == HighBytes::Unseen && end < m_text.size() && isHigh(m_text[end])) {
-                judgeHighBytes();  // and look again: the run may go on behind this byte
-                continue;
-            }
-            std::size_t begin = beginOfRun(mark, from);
-            while (m_text[begin] == '.') ++begin;  // at most up to the mark, which is none
-            std::string_view const run = m_text.substr(begin, end - begin);
-            if (std::size_t const count = countOf(run); count != 0) found(run, count);
-            from = end;
+template <class Found>
+void forEachRun(std::string_view text, Found found) {
+    static LinkScan const& scan = bestKernel(linkScans());
+    HighBytes highBytes = HighBytes::Unseen;
+    for (std::size_t from = 0; from < text.size();) {
+        std::size_t const mark = scan.nextMark(text, from, highBytes);
+        if (mark == text.size()) return;
+        LinkRun const place = scan.runAt(text, from, mark, highBytes);
+        if (highBytes == HighBytes::Unseen && place.end < text.size() && isHigh(text[place.end])) {
+            highBytes = isValidUtf8(text.data(), text.size()) ? HighBytes::InLinks : HighBytes::Foreign;
+            continue;  // and look again: the run may go on behind this byte
         }
+        std::string_view const run = text.substr(place.begin, place.end - place.begin);
+        if (std::size_t const count = countOf(place, run); count != 0) found(run, count);
+        from = place.end;  // the mark is in its run
     }
-
-private:
-    bool inRun(std::size_t at) const noexcept { return m_uriBytes->contains(m_text[at]); }
-
-    std::size_t endOfRun(std::size_t at) const noexcept {
-        while (at < m_text.size() && inRun(at)) ++at;
-        return at;
-    }
-
-    std::size_t beginOfRun(std::size_t at, std::size_t from) const noexcept {
-        while (at > from && inRun(at - 1)) --at;
-        return at;
-    }
-
-    void judgeHighBytes() {
-        bool const utf8 = isValidUtf8(m_text.data(), m_text.size());
-        m_highBytes = utf8 ? HighBytes::InLinks : HighBytes::Foreign;
-        m_uriBytes = utf8 ? &utf8UriBytes : &asciiUriBytes;
-    }
-
-    std::string_view m_text;
-    HighBytes m_highBytes = HighBytes::Unseen;
-    ByteSet const* m_uriBytes = &asciiUriBytes;
-};
+}
 
 // Where a text comes next in a run, asked from ever later places: each byte is searched once.
 class NextPlace {
@@ -212,12 +176,14 @@ private:
 
     static std::uint64_t hash(std::string_view run) noexcept {
         std::uint64_t hash = run.size();
-        for (; run.size() >= 8; run.remove_prefix(8)) hash = mixed(hash, run, 8);
-        return mixed(hash, run, run.size());
+        if (run.size() < 8) return mixed(hash, run.data(), run.size());
+        char const* const last = run.data() + run.size() - 8;
+        for (char const* at = run.data(); at < last; at += 8) hash = mixed(hash, at, 8);
+        return mixed(hash, last, 8);
     }
-    static std::uint64_t mixed(std::uint64_t hash, std::string_view bytes, std::size_t size) noexcept {
+    static std::uint64_t mixed(std::uint64_t hash, char const* bytes, std::size_t size) noexcept {
         std::uint64_t word = 0;
-        std::memcpy(&word, bytes.data(), size);
+        std::memcpy(&word, bytes, size);
         hash = (hash ^ word) * 0x9e3779b97f4a7c15;
         return hash ^ hash >> 32;
     }
@@ -225,7 +191,7 @@ private:
     std::array<std::string_view, std::size_t{1} << placesBits> m_runs{};
 };
 
-void addLink(UriContainer& out, std::string_view text) {
+void addLink(UriContainerImpl& out, std::string_view text) {
     try {
         bool const isShort = text.size() <= std::numeric_limits<unsigned int>::max();
         out.add(isShort ? Uri(text.data(), static_cast<unsigned int>(text.size())) : Uri(std::string(text)),
@@ -235,10 +201,10 @@ void addLink(UriContainer& out, std::string_view text) {
     }
 }
 
-void searchBytes(UriContainer& out, std::string_view text, bool bareDomains) {
+void searchBytes(UriContainerImpl& out, std::string_view text, bool bareDomains) {
     LinkReader reader(bareDomains);
     RecentRuns recent;
-    RunFinder(text).forEachRun([&](std::string_view run, std::size_t count) {
+    forEachRun(text, [&](std::string_view run, std::size_t count) {
         if (!recent.isNew(run)) return;
         std::string_view const link = reader.linkIn(run, count);
         if (!link.empty()) addLink(out, link);
@@ -263,13 +229,13 @@ boost::shared_ptr<UriSniffer::Config> UriSniffer::Config::instance(Level level) 
 
 void UriSniffer::search(UriContainer& out, std::string const& text, unsigned long length, bool liberal) {
     std::string_view const all = text;
-    searchBytes(out, length == 0 ? all : all.substr(0, length),
+    searchBytes(*out.m_impl, length == 0 ? all : all.substr(0, length),
                 liberal || currentLevel == Config::LevelLiberal);
 }
 
 void UriSniffer::search(UriContainer& out, Buffer const& text, bool liberal) {
     std::string_view const all(reinterpret_cast<char const*>(text.data()), text.length());
-    searchBytes(out, all, liberal || currentLevel == Config::LevelLiberal);
+    searchBytes(*out.m_impl, all, liberal || currentLevel == Config::LevelLiberal);
 }
 
 }  // namespace Quillmark

@@ -23,6 +23,15 @@ std::string marked(std::string_view text, HighBytes highBytes = HighBytes::Unsee
     return marks;
 }
 
+// The run around a mark: its text, with "[" for a bracket, ".." for dots side by side, and its dots.
+std::string ranAt(LinkScan const& scan, std::string_view text, std::size_t from, std::size_t mark,
+                  HighBytes highBytes) {
+    LinkRun const run = scan.runAt(text, from, mark, highBytes);
+    std::string line(text.substr(run.begin, run.end - run.begin));
+    (line += run.bracketed ? " [ " : " ") += run.doubledDot ? ".. " : "";
+    return line + std::to_string(run.dots) + " at " + std::to_string(run.begin);
+}
+
 // Text in which marks are near: what makes one, what spoils one, and what no run goes on behind.
 std::string someText(std::mt19937& random, std::size_t size) {
     constexpr std::string_view bytes{"......::[[//ooOOabcd09%~= \n\"!<\x7f\x80\xc3\xbc\xff"};
@@ -75,6 +84,49 @@ TEST(LinkScan, EveryKernelFindsTheMarksOfThePlainOne) {
                         << testing::PrintToString(std::string(text)) << " from " << from;
                     from = mark + 1 + random() % 4;
                 }
+            }
+        }
+    }
+}
+
+TEST(LinkScan, FindsTheRunAroundAMark) {
+    struct Row {
+        std::string text;
+        std::size_t from, mark;
+        std::string run;
+    } const rows[] = {
+        {"see a.b.c now", 0, 6, "a.b.c 2 at 4"},
+        {"a.b", 0, 2, "a.b 1 at 0"},
+        {"aa.b", 1, 3, "a.b 1 at 1"},
+        {"...a.b", 0, 5, "a.b 1 at 3"},
+        {"....", 0, 2, " 0 at 4"},
+        {"a..b.c", 0, 5, "a..b.c .. 3 at 0"},
+        {"x.[::1]..a", 0, 2, "x.[::1]..a [ 1 at 0"},
+        {"a b", 0, 1, " 0 at 1"},
+        {"a.b\xc3\xbc", 0, 2, "a.b 1 at 0"},
+    };
+    for (auto const& [text, from, mark, run] : rows)
+        EXPECT_EQ(ranAt(plain(), text, from, mark, HighBytes::Unseen), run) << text;
+    EXPECT_EQ(ranAt(plain(), "a.b\xc3\xbc!", 0, 2, HighBytes::InLinks), "a.b\xc3\xbc 1 at 0");
+}
+
+TEST(LinkScan, EveryKernelFindsTheRunsOfThePlainOne) {
+    std::mt19937 random(2);
+    for (LinkScan const& scan : linkScans()) {
+        if (!cpuHas(scan.needs)) continue;
+        for (std::size_t size = 1; size <= 300; ++size) {
+            for (std::size_t offset = 0; offset < 64; ++offset) {
+                std::string held = someText(random, offset + size);
+                for (char& c : held)
+                    if (random() % 4 != 0) c = "aZ9/-~"[random() % 6];    // runs around the length of a block
+                std::vector<char> const exact(held.begin(), held.end());  // so that reading beyond shows
+                std::string_view const text(exact.data() + offset, size);
+                auto const highBytes = static_cast<HighBytes>(random() % 3);
+                std::size_t const mark = random() % size;
+                std::size_t const from = random() % (mark + 1);
+                ASSERT_EQ(ranAt(scan, text, from, mark, highBytes),
+                          ranAt(plain(), text, from, mark, highBytes))
+                    << testing::PrintToString(std::string(text)) << " from " << from << " at " << mark;
             }
         }
     }

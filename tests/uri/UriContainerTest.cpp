@@ -70,6 +70,16 @@ TEST(UriContainer, RemembersLinksThatWereAddedWithoutUnique) {
     EXPECT_EQ(links.size(), 2u);
 }
 
+TEST(UriContainer, RemembersEveryOneOfManyLinks) {
+    for (int round = 0; round < 2; ++round) {  // the second one in memory that the first one gave back
+        UriContainer links;
+        for (int i = 0; i < 6000; ++i) links.add(Uri("http://example.com/" + std::to_string(i % 3000)), true);
+        ASSERT_EQ(links.size(), 3000u);
+        int next = 0;
+        for (Uri const& link : links.hrefs(0)) ASSERT_EQ(link.path(), '/' + std::to_string(next++));
+    }
+}
+
 TEST(UriContainer, KeepsTheLinksOfEveryIdentifierApart) {
     UriContainer links;
     links.add(Uri("http://example.com/"), true);

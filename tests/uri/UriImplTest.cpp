@@ -105,6 +105,19 @@ TEST(UriCleanUp, ReadsHexadecimalDigitsOfAReferenceAsADecimalNumberForTheDaemons
     EXPECT_EQ(UriImpl::convertEncodedChars("&#104f;&#f104;"), "h");
 }
 
+TEST(UriCleanUp, SeesAReferenceWhereverItStands) {
+    for (std::size_t length = 9; length < 80; ++length) {
+        for (std::size_t at = 9; at < length; ++at) {
+            std::string text = "http://a." + std::string(length - 9, 'b');
+            EXPECT_EQ(Uri(text).asString(), text);
+            std::string decoded = text;
+            text.replace(at, 1, "&#99;");
+            decoded[at] = 'c';
+            EXPECT_EQ(Uri(text).asString(), decoded);
+        }
+    }
+}
+
 TEST(UriCleanUp, DecodesEscapesBeforeCharacterReferences) {
     EXPECT_EQ(Uri("http://%26#97;.example.com/").asString(), "http://a.example.com/");
     EXPECT_EQ(Uri("http://&#37;61.example.com/").asString(), "http://%61.example.com/");
