@@ -41,8 +41,8 @@ std::vector<std::string> const pieces{
 
 }  // namespace
 
-// A comment in front of an address that is plain but for it.
-TEST(PlainList, FindsNoAddressBehindACommentThatHoldsNul) {
+// What may stand in front of an address that is plain but for it.
+TEST(PlainList, FindsNoAddressBehindACommentOrAStringThatHoldsNul) {
     std::string const nul(1, '\0');
     for (auto const& [comment, addresses] : std::vector<std::pair<std::string, std::string>>{
              {"(a)", parts(EmailAddress::rfc5322ParseList("N <x@y.example>", false))},
@@ -52,6 +52,10 @@ TEST(PlainList, FindsNoAddressBehindACommentThatHoldsNul) {
              {"(\\", ""},
              {"(", ""},
              {"((a)", ""},
+             {"\"a\" ", "\"a\" N|x|y.example"},
+             {"\"a" + nul + "\" ", ""},
+             {"\"a\\" + nul + "\" ", ""},
+             {"\"a\\\" ", ""},
          })
         EXPECT_EQ(parts(EmailAddress::rfc5322ParseList(comment + "N <x@y.example>", false)), addresses)
             << testing::PrintToString(comment);
