@@ -147,7 +147,7 @@ inline bool readDottedQuad(char const* text, std::uint8_t* bytes) noexcept {
 
 // ---- IPv4, written
 
-inline constexpr std::size_t shortestDottedQuad = 7, longestDottedQuad = 15;
+inline constexpr std::size_t longestDottedQuad = 15;
 
 namespace dottedQuad {
 

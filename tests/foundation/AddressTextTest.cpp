@@ -32,8 +32,10 @@ std::vector<Kernel> kernels() {
 std::string readBy(Reader read, char const* text, std::size_t size) {
     std::string bytes(16, '#');
     auto* const place = reinterpret_cast<std::uint8_t*>(bytes.data());
-    if (read(text, place)) return hex(bytes.substr(0, size));
-    return bytes == std::string(16, '#') ? "no" : "wrote";
+    bool const good = read(text, place);
+    std::size_t const written = good ? size : 0;
+    if (bytes.substr(written) != std::string(16 - written, '#')) return "wrote beyond";
+    return good ? hex(bytes.substr(0, size)) : "no";
 }
 
 std::string readBySystem(int family, char const* text) {

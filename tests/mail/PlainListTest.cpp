@@ -79,6 +79,27 @@ TEST(PlainList, ReadsWhatTheGrammarReads) {
     }
 }
 
+TEST(PlainList, ReadsWhateverByteStandsAroundAnAddress) {
+    for (int byte = 1; byte < 256; ++byte) {
+        std::string const c(1, static_cast<char>(byte));
+        for (std::string const& text : {
+                 "<a@b.example>" + c + "d@e.example",
+                 "N <a@b.example>" + c + "d@e.example",
+                 "a@b.example" + c + "d@e.example",
+                 "N <a@b.example" + c,
+                 "N <a@b.example" + c + ",d@e.example",
+                 "N " + c + "a@b.example>",
+                 c + "N" + c + "<a@b.example>",
+                 "a" + c + "@b" + c + "example",
+             }) {
+            EXPECT_EQ(parts(EmailAddress::rfc5322ParseList(text, false)), parts(listByQueue(text, false, "")))
+                << testing::PrintToString(text);
+            EXPECT_EQ(parts(EmailAddress::rfc5321Parse(text, false)), parts(pathByQueue(text, false)))
+                << testing::PrintToString(text);
+        }
+    }
+}
+
 TEST(PlainList, KeepsTheRightmostOfEqualAddresses) {
     auto const set = EmailAddress::rfc5322ParseSet("One <a@b.example>, Two <a@b.example>", false, false);
     ASSERT_EQ(set.size(), 1U);

@@ -914,6 +914,23 @@ TEST(DnsName, KeepsTheEndOfAChainForOtherNames) {
     }
 }
 
+TEST(DnsName, ReadsManyNamesThatGoOverTheSameWaysByTurns) {
+    // Two chains, 64 bytes from each other: what is known of the one takes the place of the other.
+    unsigned int const names = 2000;
+    unsigned int const start = 12 + 2 * names;
+    std::string bytes = repeated(pointer(start) + pointer(start + 64), names / 2);
+    for (unsigned int const chain : {start, start + 64}) {
+        for (unsigned int i = 1; i <= 15; ++i) bytes += pointer(chain + 2 * i);
+        bytes += name(chain == start ? "one" : "two") + std::string(64 - 30 - 5, '\0');
+    }
+    auto const message = behindHeader(bytes);
+    for (unsigned int i = 0; i < names; ++i) {
+        std::string text;
+        message->parseName(text);
+        ASSERT_EQ(text, i % 2 == 0 ? "one" : "two") << i;
+    }
+}
+
 TEST(ResolverMessage, EndsWhenItsNamesOutgrowEveryMeasure) {
     // Every byte is a label's length: 32 chains of labels of 63 bytes lie side by side, and each leads to
     // the next. One name is 200 KB long.

@@ -235,6 +235,8 @@ Row const mailtos[] = {
     {"mailto:a,b@c.example", " (null) | |"},
     {"mailto:a@b@c.example", " (null) | |"},
     {"mailto:a?b@c.example", "a?b c.example | a?b@c.example |"},
+    {"mailto:a?@b.example", "a? b.example | a?@b.example |"},
+    {"mailto:a,@b.example", " (null) | |"},
     {"mailto:@b.example", " (null) | |"},
     {"mailto: ?subject=x", " (null) | | subject=x"},
     {"mailto:a@b.nowhere", "a (null) | a@b.nowhere |"},
