@@ -6,10 +6,13 @@
 #include "include2/Time"
 
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <pthread.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -18,7 +21,9 @@
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
+#include <vector>
 
 namespace Quillmark::IPC {
 
@@ -40,7 +45,8 @@ constexpr unsigned int pingType = 1;
 constexpr unsigned int intValueType = 3;
 
 constexpr unsigned int requestCapacity = 1024;
-constexpr int patience = 30;  // seconds, for time-outs and lingering alike
+constexpr int patience = 30;                 // seconds, for time-outs and lingering alike
+constexpr std::uint64_t oneTurn = 1U << 20;  // bytes that are dropped before others get their turn
 
 char const dispatcherText[] = "void Quillmark::IPC::Dispatcher::dispatcher()";
 
@@ -92,25 +98,30 @@ Clock::time_point deadlineOf(Socket const& socket) {
     return Clock::now() + std::chrono::milliseconds(socket.timeout());
 }
 
-/// Receives until @p buffer, which has the room, holds @p length bytes.
-/// @return a positive number when it does, or else what the socket gave in the end
-ssize_t fill(Socket& socket, Buffer& buffer, unsigned int held, unsigned int length,
+/// Receives until @p received, which it counts up, is @p length. @p buffer has the room for that.
+/// @return a positive number when it is, or else what the socket gave in the end
+ssize_t fill(Socket& socket, Buffer& buffer, std::uint64_t& received, unsigned int length,
              Clock::time_point until) {
     ssize_t result = 1;
-    while (held < length && (result = socket.receive(buffer.data() + held, length - held, until)) > 0) {
-        held += static_cast<unsigned int>(result);
-        buffer.length(held);
+    while (received < length && result > 0) {
+        auto const held = static_cast<unsigned int>(received);
+        result = socket.receive(buffer.data() + held, length - held, until);
+        if (result <= 0) break;
+        received += static_cast<std::uint64_t>(result);
+        buffer.length(static_cast<unsigned int>(received));
     }
     return result;
 }
 
-/// Receives @p count bytes for nobody.
-ssize_t skip(Socket& socket, unsigned int count, Clock::time_point until) {
+/// The same for bytes that nobody keeps.
+ssize_t skip(Socket& socket, std::uint64_t& received, std::uint64_t length, Clock::time_point until) {
     std::array<unsigned char, 16384> block;
     ssize_t result = 1;
-    while (count != 0 && result > 0) {
-        result = socket.receive(block.data(), std::min<unsigned int>(count, block.size()), until);
-        if (result > 0) count -= static_cast<unsigned int>(result);
+    while (received < length && result > 0) {
+        auto const count =
+            static_cast<unsigned int>(std::min<std::uint64_t>(length - received, block.size()));
+        result = socket.receive(block.data(), count, until);
+        if (result > 0) received += static_cast<std::uint64_t>(result);
     }
     return result;
 }
@@ -118,11 +129,11 @@ ssize_t skip(Socket& socket, unsigned int count, Clock::time_point until) {
 /// Takes what a peer sent beyond its request, since closing over unread bytes would take the answer back.
 /// A peer that does not stop is left to its fate.
 void skipUnread(SocketIPC& connection) {
-    constexpr unsigned int enough = 1U << 20;
     Socket& socket = connection.socket();
     if (socket.isNull() || socket.impl()->count() != 1) return;  // somebody goes on with it
     try {
-        if (socket.dataWaiting()) skip(socket, enough, Clock::now());
+        std::uint64_t skipped = 0;
+        if (socket.dataWaiting()) skip(socket, skipped, oneTurn, Clock::now());
     } catch (SocketException const&) {  // then there is nothing to save
     }
 }
@@ -152,6 +163,26 @@ void log(LogEvent event, char const* format, Argument argument) {
 /// which must go on.
 bool threadEnds() noexcept {
     return std::current_exception() == nullptr;
+}
+
+enum class Pause { AfterAnyFailure, AfterForeignOnes };
+
+/// Does @p action, which must not end the dispatcher. @return whether it came to its end
+template <class Action>
+bool survives(Action action, Pause pause = Pause::AfterForeignOnes) {
+    bool isForeign = false;
+    try {
+        action();
+        return true;
+    } catch (Exception const& e) {
+        logCaught(dispatcherText, e);
+    } catch (...) {
+        if (threadEnds()) throw;
+        log(EventUnknownException, "%s", " ");
+        isForeign = true;
+    }
+    if (isForeign || pause == Pause::AfterAnyFailure) qm_usleep(0, 1);
+    return false;
 }
 
 /// The threads that handlers may have at a time. It is never destroyed: they outlive main().
@@ -315,17 +346,25 @@ ssize_t SocketIPC::send(Pdu const& pdu) {
 }
 
 ssize_t SocketIPC::receive(Pdu& pdu) {
+    std::uint64_t received = 0;
+    return receive(pdu, received, deadlineOf(m_socket), std::numeric_limits<std::uint64_t>::max());
+}
+
+/// Goes on with a message of which @p received bytes have come, by no more than @p most of those that are
+/// dropped. A result of -1 leaves it to be gone on with.
+ssize_t SocketIPC::receive(Pdu& pdu, std::uint64_t& received, Clock::time_point until, std::uint64_t most) {
     Buffer& buffer = pdu.m_buffer;
     if (buffer.size() < headerSize) fail("SocketIPC::receive", Refused, here(214), "Buffer is too small");
-    auto const until = deadlineOf(m_socket);
-    if (auto const result = fill(m_socket, buffer, 0, headerSize, until); result <= 0) return result;
-    unsigned int const sent = pdu.payloadLength();
-    unsigned int const kept = std::min(sent, buffer.size() - headerSize);
-    if (auto const result = fill(m_socket, buffer, headerSize, headerSize + kept, until); result <= 0)
+    if (auto const result = fill(m_socket, buffer, received, headerSize, until); result <= 0) return result;
+    std::uint64_t const sent = pdu.payloadLength();
+    auto const kept = static_cast<unsigned int>(std::min<std::uint64_t>(sent, buffer.size() - headerSize));
+    if (auto const result = fill(m_socket, buffer, received, headerSize + kept, until); result <= 0)
         return result;
     // Kept for peers: what does not fit is dropped, and the length field shows it.
-    if (auto const result = skip(m_socket, sent - kept, until); result <= 0) return result;
-    return buffer.length();
+    std::uint64_t const end = headerSize + sent;
+    std::uint64_t const now = received + std::min(end - received, most);
+    if (auto const result = skip(m_socket, received, now, until); result <= 0) return result;
+    return now == end ? ssize_t{buffer.length()} : -1;
 }
 
 SocketIPC& operator<<(SocketIPC& connection, Pdu const& pdu) {
@@ -424,52 +463,144 @@ void* Dispatcher::starter(void* dispatcher) {
 
 /// The listener, as soon as the address is to be had.
 SocketIPC Dispatcher::listening() const {
-    for (;; qm_usleep(0, 1)) {
-        try {
-            SocketIPC listener;
-            listener.listen(m_address);
-            // A connection without a request is none yet: who connects and is silent holds nobody up.
-            listener.socket().setOption(TCP_DEFER_ACCEPT, &patience, sizeof patience, IPPROTO_TCP);
-            return listener;
-        } catch (Exception const& e) {
-            logCaught(dispatcherText, e);
-        } catch (...) {
-            if (threadEnds()) throw;
-            log(EventUnknownException, "%s", " ");
-        }
+    std::optional<SocketIPC> listener;
+    auto const listen = [&] {
+        SocketIPC fresh;
+        fresh.listen(m_address);
+        // A connection without a request is none yet: who connects and is silent costs nothing.
+        fresh.socket().setOption(TCP_DEFER_ACCEPT, &patience, sizeof patience, IPPROTO_TCP);
+        listener = fresh;
+    };
+    while (!survives(listen, Pause::AfterAnyFailure)) {
     }
+    return *listener;
 }
 
+/// Who is connected and has not asked whole yet. A request that comes at a walk holds up nobody but itself.
+struct Dispatcher::Arrival {
+    SocketIPC connection;
+    Pdu request{receiveType, requestCapacity};
+    std::uint64_t received = 0;
+    bool isNew = true;
+    Clock::time_point const until = Clock::now() + std::chrono::seconds(patience);
+
+    explicit Arrival(SocketIPC&& accepted) : connection(std::move(accepted)) {}
+    bool isLate() const { return Clock::now() >= until; }
+};
+
+/// Those whose requests are on their way, the one that came first at the front.
+class Dispatcher::Arrivals {
+public:
+    using Place = std::unique_ptr<Arrival>;
+
+    bool isEmpty() const noexcept { return m_places.empty(); }
+    bool isFull() const noexcept { return m_places.size() >= m_most; }
+    Place& oldest() noexcept { return m_places.front(); }
+    void add(Place arrival) { m_places.push_back(std::move(arrival)); }
+    /// Gives up the places of those who went.
+    void close() noexcept {
+        std::erase_if(m_places, [](Place const& place) { return !place; });
+    }
+    /// Waits until somebody sends, or is late, or connects to @p listener.
+    /// @param ready  gets those who have sent or are late
+    /// @return whether somebody has connected
+    bool wait(SocketIPC& listener, std::vector<Place*>& ready) {
+        m_polled.assign(1, pollfd{listener.socket().descriptor(), POLLIN, 0});
+        for (Place const& place : m_places)
+            m_polled.push_back({place->connection.socket().descriptor(), POLLIN, 0});
+        auto const left =
+            std::chrono::ceil<std::chrono::milliseconds>(oldest()->until - Clock::now()).count();
+        int const result = ::poll(m_polled.data(), m_polled.size(), static_cast<int>(std::max(left, 0L)));
+        if (result < 0 && errno != EINTR) fail("IPC::Dispatcher", Refused, here(0), errnoText(errno));
+        bool const isNews = result > 0;
+        for (std::size_t i = 0; i < m_places.size(); ++i)
+            if ((isNews && m_polled[i + 1].revents != 0) || m_places[i]->isLate())
+                ready.push_back(&m_places[i]);
+        return isNews && m_polled[0].revents != 0;
+    }
+
+private:
+    /// Most of the descriptors are the daemon's.
+    static std::size_t most() noexcept {
+        constexpr rlim_t enough = 256;
+        rlimit limit{};
+        if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return enough;
+        return std::clamp<rlim_t>(limit.rlim_cur / 4, 1, enough);
+    }
+
+    std::size_t const m_most = most();
+    std::vector<Place> m_places;
+    std::vector<pollfd> m_polled;
+};
+
+// Whoever is accepted is read at once, and usually that is all. A request that is not whole yet waits among the
+// others that are not; whoever has become whole, or late, is next.
 void Dispatcher::dispatcher() {
     SocketIPC listener = listening();
     s_ready = true;
+    Arrivals arrivals;
+    std::vector<Arrivals::Place*> ready;
+    Arrival const* inHand = nullptr;  // the one that is being read, as long as nobody else wants anything
     for (;;) {
-        bool accepted = false;
-        bool foreign = false;
-        try {
-            SocketIPC connection = listener.accept();
-            accepted = true;
-            serve(connection);
-        } catch (Exception const& e) {
-            logCaught(dispatcherText, e);
-        } catch (...) {
-            if (threadEnds()) throw;
-            log(EventUnknownException, "%s", " ");
-            foreign = true;
+        bool hasConnected = arrivals.isEmpty();
+        ready.clear();
+        if (!hasConnected) {
+            Synchronized const reading(inHand != nullptr ? &m_lock : nullptr);
+            survives([&] { hasConnected = arrivals.wait(listener, ready); }, Pause::AfterAnyFailure);
         }
+        for (Arrivals::Place* const place : ready) {
+            if (place->get() != inHand) inHand = nullptr;
+            survives([&] { attend(*place, (*place)->isLate()); });
+            if (!*place) inHand = nullptr;
+        }
+        arrivals.close();
+        if (!hasConnected) continue;
+        inHand = nullptr;
+        Arrivals::Place newcomer;
         // What cannot be accepted now, for want of descriptors, cannot be accepted at once either.
-        if (!accepted || foreign) qm_usleep(0, 1);
+        survives([&] { newcomer = accepted(listener, !arrivals.isEmpty()); }, Pause::AfterAnyFailure);
+        if (newcomer) survives([&] { attend(newcomer, false); });
+        if (!newcomer) continue;
+        // The time of whoever came first is over when there is no room, so that there always is some.
+        if (arrivals.isFull()) survives([&] { attend(arrivals.oldest(), true); });
+        arrivals.close();
+        Arrival const* const slow = newcomer.get();
+        if (survives([&] { arrivals.add(std::move(newcomer)); })) inHand = slow;
     }
 }
 
-void Dispatcher::serve(SocketIPC& connection) {
-    Pdu request(receiveType, requestCapacity);
+/// The next connection. Where there is @p other work than to wait for it there may be none.
+std::unique_ptr<Dispatcher::Arrival> Dispatcher::accepted(SocketIPC& listener, bool other) {
+    listener.socket().timeout(other ? 0 : -1);
+    try {
+        return std::make_unique<Arrival>(listener.accept());
+    } catch (SocketException const& e) {
+        if (other && (e.error() == EAGAIN || e.error() == ECONNABORTED)) return nullptr;
+        throw;
+    }
+}
+
+/// Reads on, and does what is asked when that is known.
+/// @param place   is left empty by who is done with, and by who fails
+/// @param isLate  there is no more time for the rest
+void Dispatcher::attend(std::unique_ptr<Arrival>& place, bool isLate) {
+    std::unique_ptr<Arrival> arrival = std::move(place);
+    SocketIPC& connection = arrival->connection;
+    Pdu const& request = arrival->request;
     Handler handler;
     {
         Synchronized const busy(m_lock);
-        connection.socket().linger(patience);
-        connection.socket().timeout(patience);
-        ssize_t const received = connection.receive(request);
+        if (std::exchange(arrival->isNew, false)) {
+            connection.socket().linger(patience);
+            connection.socket().timeout(patience);
+        }
+        constexpr Clock::time_point withoutWaiting;
+        ssize_t const received =
+            connection.receive(arrival->request, arrival->received, withoutWaiting, oneTurn);
+        if (received < 0 && !isLate) {
+            place = std::move(arrival);
+            return;
+        }
         if (received < 0) fail("SocketIPC::receive", Refused, here(266));
         // Who ends before the request is whole has asked for nothing. Kept for log readers: type 0.
         if (received > 0) handler = find(request.type());

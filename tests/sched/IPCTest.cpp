@@ -946,6 +946,94 @@ TEST_F(IpcDispatcher, SilentClientsHoldNobodyUp) {
     EXPECT_EQ(answerOf(silent), messageBytes(1, "at last"));
 }
 
+TEST_F(IpcDispatcher, ManyWhoAreSilentHoldNobodyUp) {
+    // More than the queue of the system takes.
+    std::vector<SocketIPC> silent(40);
+    for (SocketIPC& one : silent) one.connect(static_cast<int>(s_port));
+    auto const start = Clock::now();
+    for (int i = 0; i < 10; ++i) EXPECT_EQ(answerTo(s_port, Pdu(1, 8)), messageBytes(1, ""));
+    EXPECT_LT(Clock::now() - start, 10s);
+    for (SocketIPC& one : silent) {
+        one << Pdu(1, bufferOf("at last"));
+        EXPECT_EQ(answerOf(one), messageBytes(1, "at last"));
+    }
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(IpcDispatcher, ManyWhoAskInPiecesHoldNobodyUp) {
+    std::vector<SocketIPC> slow(40);
+    std::string const whole = messageBytes(1, std::string(2000, 's'));
+    std::size_t sent = 0;
+    auto const sendAll = [&](std::size_t count) {
+        for (SocketIPC& one : slow) {
+            if (sent == 0) one.connect(static_cast<int>(s_port));
+            one.socket() << whole.substr(sent, count);
+        }
+        sent += count;
+        EXPECT_EQ(answerTo(s_port, Pdu(1, bufferOf("meanwhile"))), messageBytes(1, "meanwhile"));
+    };
+    for (std::size_t const count : {1U, 6U, 1U, 500U, 515U, 1U, 1U, 982U}) sendAll(count);
+    sendAll(whole.size() - sent);
+    for (SocketIPC& one : slow) {
+        Pdu answer(0, 4096);
+        one.receive(answer);  // it was cut
+        EXPECT_EQ(bytesOf(answer), whole.substr(0, 1024));
+    }
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(IpcDispatcher, AsksWhoCameFirstToGoWhenThereIsNoRoomForMoreHalfRequests) {
+    constexpr std::size_t room = 256;
+    std::vector<SocketIPC> slow(room + 2);
+    for (SocketIPC& one : slow) {
+        one.connect(static_cast<int>(s_port));
+        one.socket() << std::string("\1");
+        // When this one is answered the one before it was seen.
+        EXPECT_EQ(answerTo(s_port, Pdu(1, 8)), messageBytes(1, ""));
+    }
+    EXPECT_EQ(log.lines(2), std::vector<std::string>(2, caught("SocketIPC::receive( 4 ) , IPC:266, ")));
+    for (std::size_t const gone : {0U, 1U}) {
+        Pdu answer(0, 8);
+        EXPECT_NE(failureOf([&] { EXPECT_LE(slow[gone].receive(answer), 0); }), "another exception");
+    }
+    for (std::size_t const stays : {std::size_t{2}, room + 1}) {
+        slow[stays].socket() << messageBytes(1, "abc").substr(1);
+        EXPECT_EQ(answerOf(slow[stays]), messageBytes(1, "abc"));
+    }
+}
+
+TEST_F(IpcDispatcher, ARequestWithoutAnEndHoldsNobodyUp) {
+    SocketIPC endless;
+    endless.connect(static_cast<int>(s_port));
+    std::string const header = numberBytes(1) + numberBytes(0xfffffff0);
+    std::atomic<bool> enough{false};
+    std::thread sender([&] {
+        endless.socket() << header;
+        std::string const block(1U << 20, 'e');
+        while (!enough) endless.socket() << block;
+    });
+    auto const start = Clock::now();
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(answerTo(s_port, Pdu(1, 8)), messageBytes(1, ""));
+    EXPECT_LT(Clock::now() - start, 10s);
+    enough = true;
+    sender.join();
+    endless.socket().close();
+    EXPECT_EQ(log.lines(1), std::vector<std::string>{noHandler(0)});
+}
+
+TEST_F(IpcDispatcher, AddDoesNotWaitForARequestThatWasPutAside) {
+    SocketIPC slow;
+    slow.connect(static_cast<int>(s_port));
+    slow.socket() << messageBytes(1, "abc").substr(0, 9);
+    // Whoever asks after it puts it aside.
+    EXPECT_EQ(answerTo(s_port, Pdu(1, 8)), messageBytes(1, ""));
+    auto const start = Clock::now();
+    s_dispatcher->add(handlerOf(90, false, [](SocketIPC&, Pdu const&) { return 0; }));
+    EXPECT_LT(Clock::now() - start, 10s);
+    slow.socket() << std::string("bc");
+    EXPECT_EQ(answerOf(slow), messageBytes(1, "abc"));
+}
+
 TEST_F(IpcDispatcher, KeepsAConnectionThatAHandlerKeeps) {
     SocketIPC kept;
     s_dispatcher->add(handlerOf(70, false, [&](SocketIPC& connection, Pdu const&) {
