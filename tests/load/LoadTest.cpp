@@ -1,0 +1,78 @@
+// Short forms of what ./tests/load/run does for long.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/load/Soak.h"
+#include "tests/load/Storm.h"
+
+namespace QuillmarkLoad {
+namespace {
+
+using testing::IsEmpty;
+
+#if defined __SANITIZE_ADDRESS__ || defined __SANITIZE_THREAD__
+constexpr unsigned long slackKib = 300'000;  // a sanitizer keeps what was freed for a while
+#else
+constexpr unsigned long slackKib = 4096;
+#endif
+
+void expectClean(Soaked const& soaked, unsigned long done) {
+    EXPECT_THAT(soaked.wrong, IsEmpty());
+    EXPECT_EQ(soaked.done, done);
+    EXPECT_EQ(soaked.filesLeft, 0U);
+    ASSERT_GT(soaked.warm.residentKib, 0U);
+    EXPECT_LE(soaked.end.residentKib, soaked.warm.residentKib + slackKib);
+    EXPECT_LE(soaked.end.descriptors, soaked.warm.descriptors + 20);  // silent clients come and go
+}
+
+}  // namespace
+
+TEST(Load, ADispatcherLosesAndChangesNoRequestThatComesInPieces) {
+    StormOptions options;
+    options.requests = 10'000;
+    options.sampleEvery = 2'000;
+    Stormed const stormed = storm(options);
+    EXPECT_THAT(stormed.wrong, IsEmpty());
+    EXPECT_EQ(stormed.answered, options.requests);
+    EXPECT_EQ(stormed.lost, 0U);
+    EXPECT_EQ(stormed.twice, 0U);
+    EXPECT_EQ(stormed.samples.size(), 5U);
+    EXPECT_TRUE(isFlat(stormed.samples, slackKib));
+}
+
+TEST(Load, AGoodClientIsAnsweredBesideSilentAndSlowOnes) {
+    SlowOptions options;
+    options.asks = 300;
+    options.between = {};
+    options.bytesEvery = 10;
+    Delays const delays = askBesideSlowClients(options);
+    EXPECT_THAT(delays.wrong, IsEmpty());
+    EXPECT_EQ(delays.slowBytes, 600U);
+    EXPECT_EQ(delays.sentAway, 0U);
+    EXPECT_LT(delays.median, 1.0);
+}
+
+TEST(Load, EveryElementIsWorkedOnOnce) {
+    ElementOptions options;
+    options.elements = 300'000;
+    options.sampleEvery = 100'000;
+    Worked const worked = workElements(options);
+    EXPECT_EQ(worked.never, 0U);
+    EXPECT_EQ(worked.twice, 0U);
+    EXPECT_TRUE(isFlat(worked.samples, slackKib + 16'384));  // the longest queue may be yet to come
+}
+
+TEST(Load, ADaemonStaysAsItIsAmongClientsOfEveryKind) {
+    Pace pace;
+    pace.most = 1'500;
+    expectClean(soakServe(pace), pace.most);
+}
+
+TEST(Load, AScanOfBrokenMailReportsOnEverythingInOrderAndStaysAsItIs) {
+    Pace pace;
+    pace.most = 1'000;
+    expectClean(soakScan(pace), pace.most);
+}
+
+}  // namespace QuillmarkLoad
