@@ -3,6 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <ostream>
+#include <string>
+
+#include "tests/load/Corpus.h"
 #include "tests/load/Soak.h"
 #include "tests/load/Storm.h"
 
@@ -74,5 +79,29 @@ TEST(Load, AScanOfBrokenMailReportsOnEverythingInOrderAndStaysAsItIs) {
     pace.most = 1'000;
     expectClean(soakScan(pace), pace.most);
 }
+
+class HostileMail : public testing::TestWithParam<Hostile> {};
+
+void PrintTo(Hostile const& hostile, std::ostream* out) {
+    *out << hostile.name;
+}
+
+TEST_P(HostileMail, EndsInAReportOnASmallStack) {
+    QuillmarkTest::TemporaryDirectory const place;
+    Hostile const& hostile = GetParam();
+    Cost const cost = costOf(hostile.make(hostile.most / 8), place.path());
+    EXPECT_THAT(cost.status, testing::AnyOf(0, 1));
+    EXPECT_GT(cost.reports, 0U);
+    if (hostile.limit != nullptr) EXPECT_THAT(cost.errors, testing::HasSubstr(hostile.limit));
+    EXPECT_LE(cost.peakKib, 160'000 + slackKib);
+    EXPECT_LE(cost.seconds, 20);  // hundreds of times what it takes
+}
+
+INSTANTIATE_TEST_SUITE_P(, HostileMail, testing::ValuesIn(corpus().begin(), corpus().end()), [](auto const& row) {
+    std::string name;
+    for (char const c : std::string(row.param.name))
+        if (std::isalnum(static_cast<unsigned char>(c)) != 0) name += c;
+    return name;
+});
 
 }  // namespace QuillmarkLoad

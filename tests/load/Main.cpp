@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "tests/load/Corpus.h"
 #include "tests/load/Soak.h"
 #include "tests/load/Storm.h"
 
@@ -15,6 +16,7 @@ namespace {
 
 struct Options {
     std::string name;
+    std::string word;  // of a name in the corpus
     long minutes = 30;
     double rate = 0;
 };
@@ -79,7 +81,7 @@ Options read(int argc, char** argv) {
         else if (word == "--rate" && i + 1 < argc)
             options.rate = std::atof(argv[++i]);
         else
-            options.name = word;
+            (options.name.empty() ? options.name : options.word) = word;
     }
     return options;
 }
@@ -88,6 +90,7 @@ bool run(Options const& options) {
     Pace const pace{std::chrono::minutes(options.minutes), 0, options.rate, true};
     if (options.name == "serve") return tell("serve", soakServe(pace));
     if (options.name == "scan") return tell("scan", soakScan(pace));
+    if (options.name == "corpus") return measureCorpus(options.word);
     if (options.name == "requests") return requests();
     if (options.name == "slow") return slow();
     if (options.name == "elements") return elements();
