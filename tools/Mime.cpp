@@ -136,6 +136,59 @@ struct FreeOptions {
     void operator()(GMimeParserOptions* options) const { g_mime_parser_options_free(options); }
 };
 
+/// The length of the encoded word that the text begins with, or 0. They have 75 bytes at most (RFC 2047); some
+/// mailers write longer ones.
+std::size_t wordLength(std::string_view text) {
+    constexpr std::size_t longest = 1024;
+    text = text.substr(0, longest);
+    std::size_t const charsetEnd = text.find('?', 2);
+    if (charsetEnd == std::string_view::npos || charsetEnd == 2) return 0;
+    std::size_t const encodingEnd = text.find('?', charsetEnd + 1);
+    if (encodingEnd != charsetEnd + 2) return 0;
+    std::size_t const end = text.find("?=", encodingEnd + 1);
+    return end == std::string_view::npos ? 0 : end + 2;
+}
+
+constexpr std::string_view wordOpening = "=?";
+
+/// Whether few places of the text look like an encoded word and are none. Each of them may cost as much as the
+/// whole text.
+bool isTame(std::string_view text) {
+    int untrue = 0;
+    for (std::size_t at = 0; (at = text.find(wordOpening, at)) != std::string_view::npos;) {
+        std::size_t const word = wordLength(text.substr(at));
+        untrue += word == 0;
+        at += std::max(word, wordOpening.size());
+    }
+    return untrue <= 8;
+}
+
+/// The parameter of a field that has encoded words in it, although there should be none; null when it has not.
+template <class Content>
+Owned<Content> withWords(GMimePart* part, char const* field,
+                         Content* (*parse)(GMimeParserOptions*, char const*)) {
+    GMimeHeaderList* const list = g_mime_object_get_header_list(GMIME_OBJECT(part));
+    GMimeHeader* const header = g_mime_header_list_get_header(list, field);
+    char const* const raw = header != nullptr ? g_mime_header_get_raw_value(header) : nullptr;
+    if (raw == nullptr || std::strstr(raw, "=?") == nullptr || !isTame(raw)) return {};
+    return Owned<Content>(parse(nullptr, raw));
+}
+
+/// The name of an attachment. Mailers write encoded words there, several and next to other text, and so the
+/// fields are read once more for them.
+std::string fileNameOf(GMimePart* part) {
+    std::string name;
+    if (auto const disposition = withWords(part, "Content-Disposition", g_mime_content_disposition_parse))
+        name = textOf(g_mime_content_disposition_get_parameter(disposition.get(), "filename"));
+    if (!name.empty()) return name;
+    GMimeContentDisposition* const known = g_mime_object_get_content_disposition(GMIME_OBJECT(part));
+    bool const isDisposition =
+        known != nullptr && g_mime_content_disposition_get_parameter(known, "filename") != nullptr;
+    auto const type = withWords(part, "Content-Type", g_mime_content_type_parse);
+    if (type && !isDisposition) name = textOf(g_mime_content_type_get_parameter(type.get(), "name"));
+    return name.empty() ? textOf(g_mime_part_get_filename(part)) : name;
+}
+
 Leaf describe(GMimePart* part, std::string number) {
     Leaf leaf;
     leaf.number = std::move(number);
@@ -144,7 +197,7 @@ Leaf describe(GMimePart* part, std::string number) {
     leaf.type = lower(textOf(name.get()));
     leaf.isText = leaf.type.starts_with("text/");
     leaf.charset = lower(textOf(g_mime_content_type_get_parameter(type, "charset")));
-    leaf.fileName = textOf(g_mime_part_get_filename(part));
+    leaf.fileName = fileNameOf(part);
     GMimeContentEncoding const encoding = g_mime_part_get_content_encoding(part);
     char const* const encodingName = g_mime_content_encoding_to_string(encoding);
     leaf.encodingName = encodingName != nullptr ? encodingName : "7bit";
@@ -326,6 +379,10 @@ struct Reader::State {
 
     explicit State(GMimeStream* source) : stream(source), options(g_mime_parser_options_new()) {
         g_mime_parser_options_set_warning_callback(options.get(), Faults::collect, &faults);
+        // Every field is decoded, needed or not, and what only looks like an encoded word is followed to the
+        // end of its field: one of a megabyte that is full of them would take minutes. Strictly, words stand
+        // by themselves, and that is looked at once.
+        g_mime_parser_options_set_rfc2047_compliance_mode(options.get(), GMIME_RFC_COMPLIANCE_STRICT);
         std::array<char, 5> start{};
         ssize_t const count = g_mime_stream_read(stream.get(), start.data(), start.size());
         if (count < 0) throw Unreadable{errno};
@@ -434,11 +491,34 @@ bool Reader::next(Message& message) {
     return true;
 }
 
-std::string decodedText(std::string const& text) {
+namespace {
+
+std::string decodedPiece(std::string const& text) {
     if (text.find("=?") == std::string::npos) return text;
-    ready();
     OwnedText const decoded(g_mime_utils_header_decode_text(nullptr, text.c_str()));
     return textOf(decoded.get());
+}
+
+}  // namespace
+
+// What begins like an encoded word and is none stays as it is, and parts what is before it from what is
+// behind: GMime would look for its end as far as the text goes, for each anew.
+std::string decodedText(std::string const& text) {
+    ready();
+    std::string decoded;
+    std::size_t begin = 0;
+    for (std::size_t at = 0; (at = text.find(wordOpening, at)) != std::string::npos;) {
+        std::size_t const word = wordLength(std::string_view(text).substr(at));
+        if (word != 0) {
+            at += word;
+            continue;
+        }
+        decoded += decodedPiece(text.substr(begin, at - begin));
+        decoded += wordOpening;
+        at += wordOpening.size();
+        begin = at;
+    }
+    return decoded + decodedPiece(text.substr(begin));
 }
 
 }  // namespace QuillmarkTool::Mime

@@ -336,6 +336,52 @@ TEST(Scan, UnfoldsHeaderFields) {
     EXPECT_EQ(under("Subject", ran.out), std::vector<std::string>{"two words"});
 }
 
+TEST(Scan, DecodesTheEncodedWordsAmongOtherText) {
+    std::string const opened = "=?utf-8?B?" + std::string(1100, 'w');
+    struct {
+        std::string subject;
+        std::string shown;
+    } const rows[] = {
+        {"=?utf-8?B?w4Y=?=", "\xc3\x86"},
+        {"=?utf-8?B?w4Y=?= =?utf-8?Q?b=C3=A4?=",
+         "\xc3\x86"
+         "b\xc3\xa4"},
+        {"a =?utf-8?B?w4Y=?= b", "a \xc3\x86 b"},
+        {opened + "=?utf-8?B?w4Y=?=", opened + "\xc3\x86"},
+        {"=? =?utf-8?B?w4Y=?= =?x?= =?\?=", "=? \xc3\x86 =?x?= =?\?="},
+        {"=?utf-8?B?w4Y=?= =?", "\xc3\x86 =?"},
+        {"=?utf-8?XY?w4Y=?=", "=?utf-8?XY?w4Y=?="},
+    };
+    for (auto const& row : rows) {
+        Ran const ran = scan({}, {"From: a@example.org\nSubject: " + row.subject + "\n\n", {}, ""});
+        EXPECT_EQ(under("Subject", ran.out), std::vector<std::string>{row.shown}) << row.subject;
+    }
+}
+
+TEST(Scan, DecodesTheNamesOfAttachments) {
+    struct {
+        char const* parameter;
+        char const* name;
+    } const rows[] = {
+        {"\"=?utf-8?Q?caf=C3=A9=2Eexe?=\"", "caf\\u00e9.exe"},
+        {"\"=?utf-8?B?Y2Fmw6ku?= =?utf-8?B?ZXhl?=\"", "caf\\u00e9.exe"},
+        {"\"my =?utf-8?Q?caf=C3=A9?=.exe\"", "my caf\\u00e9.exe"},
+        {"\"bill.exe\"", "bill.exe"},
+        {"x.txt\nContent-Disposition: attachment; filename=\"=?utf-8?Q?caf=C3=A9?=.exe\"", "caf\\u00e9.exe"},
+        {"\"=?utf-8?Q?x?=\"\nContent-Disposition: attachment; filename=bill.exe", "bill.exe"},
+        {"\"=?utf-8?Q?x?=\"\nContent-Disposition: attachment", "x"},
+    };
+    for (auto const& row : rows) {
+        Ran const ran =
+            scan({"--json"}, {std::string("From: a@example.org\nContent-Type: application/x; name=") +
+                                  row.parameter + "\n\nx\n",
+                              {},
+                              ""});
+        EXPECT_THAT(ran.out, testing::HasSubstr(std::string("\"file_name\":\"") + row.name + "\""))
+            << row.parameter;
+    }
+}
+
 TEST(Scan, WritesOutWhatATerminalWouldObey) {
     Ran const ran = scan(
         {}, {"From: \"\x1b]0;owned\x07\" <a@example.com>\nSubject: =?utf-8?q?=E2=80=AEevil=1b?= \x9b\n\n",
