@@ -8,6 +8,7 @@
 #include <boost/interprocess/exceptions.hpp>
 #include <boost/make_shared.hpp>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 
 namespace Quillmark {
@@ -177,12 +178,18 @@ bool Semaphore::timedwait(boost::posix_time::ptime& deadline) {
 }
 
 bool Semaphore::timedwait(long milliseconds) {
-    // Three hundred years either way, so that the sum stays a time. Nobody waits that long.
-    constexpr long limit = 300L * 366 * 24 * 3600 * 1000;
-    boost::posix_time::ptime deadline =
-        boost::posix_time::microsec_clock::universal_time() +
-        boost::posix_time::milliseconds(std::clamp(milliseconds, -limit, limit));
-    return timedwait(deadline);
+    // A hundred years either way, so that the sum stays a time. Nobody waits that long.
+    constexpr long limit = 100L * 366 * 24 * 3600 * 1000;
+    // Kept for the daemons: a clock that cannot be read as UTC is refused, although the wait goes by another
+    // one, which nobody sets.
+    (void)boost::posix_time::microsec_clock::universal_time();
+    auto const deadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(std::clamp(milliseconds, -limit, limit));
+    auto const sinceStart = std::max(deadline.time_since_epoch(), std::chrono::nanoseconds(0)).count();
+    timespec const until{sinceStart / 1'000'000'000, sinceStart % 1'000'000'000};
+    if (::sem_clockwait(&m_semaphore, CLOCK_MONOTONIC, &until) == 0) return true;
+    if (errno == ETIMEDOUT) return false;
+    failSemaphore(errno);
 }
 
 Synchronized::Synchronized(Mutex& mutex) : Synchronized(&mutex) {}

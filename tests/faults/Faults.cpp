@@ -5,10 +5,15 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
+#include <semaphore.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/uio.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -64,6 +69,31 @@ std::size_t cut(std::size_t count) noexcept {
     if (kind.load(std::memory_order_relaxed) != FaultTrickle || spared) return count;
     seen.fetch_add(1);
     return std::min<std::size_t>(count, 1);
+}
+
+/// How far the wall clock is off at this look at it, in seconds.
+long clockStep(char const* name) noexcept {
+    constexpr long hour = 3600;
+    if (isToFail(FaultAhead, name)) return hour;
+    return isToFail(FaultBack, name) ? -hour : 0;
+}
+
+/// How many of @p count bytes the disk behind @p fd still takes, which are then taken.
+std::size_t room(int fd, std::size_t count) noexcept {
+    struct stat status {};
+    if (kind.load(std::memory_order_relaxed) != FaultDisk || spared || ::fstat(fd, &status) != 0 ||
+        !S_ISREG(status.st_mode))
+        return count;
+    long left = first.load();
+    long taken = 0;
+    do {
+        taken = std::min(left, static_cast<long>(count));
+    } while (!first.compare_exchange_weak(left, left - taken));
+    if (taken != static_cast<long>(count)) {
+        last = "a full disk";
+        errno = ENOSPC;
+    }
+    return static_cast<std::size_t>(taken);
 }
 
 template <class Function>
@@ -169,13 +199,15 @@ ssize_t read(int fd, void* bytes, std::size_t count) {
 
 ssize_t write(int fd, void const* bytes, std::size_t count) {
     static auto* const next = system<ssize_t(int, void const*, std::size_t)>("write");
-    return fails("write", ENOSPC) || isInterrupted() ? -1 : next(fd, bytes, cut(count));
+    if (fails("write", ENOSPC) || isInterrupted()) return -1;
+    std::size_t const taken = room(fd, cut(count));
+    return taken == 0 && count != 0 ? -1 : next(fd, bytes, taken);
 }
 
 ssize_t writev(int fd, iovec const* parts, int count) {
     static auto* const next = system<ssize_t(int, iovec const*, int)>("writev");
     if (fails("writev", ENOSPC) || isInterrupted()) return -1;
-    for (int at = 0; at < count && kind == FaultTrickle; ++at) {
+    for (int at = 0; at < count && (kind == FaultTrickle || kind == FaultDisk); ++at) {
         if (parts[at].iov_len != 0) return write(fd, parts[at].iov_base, parts[at].iov_len);
     }
     return next(fd, parts, count);
@@ -362,6 +394,84 @@ int pthread_create(pthread_t* thread, pthread_attr_t const* attributes, void* (*
     return isToFail(FaultCall, "pthread_create") ? EAGAIN : next(thread, attributes, start, argument);
 }
 
+int access(char const* path, int mode) {
+    static auto* const next = system<int(char const*, int)>("access");
+    return fails("access", EACCES) ? -1 : next(path, mode);
+}
+
+int getrlimit64(__rlimit_resource_t resource, rlimit64* limit) {
+    static auto* const next = system<int(__rlimit_resource_t, rlimit64*)>("getrlimit64");
+    return fails("getrlimit64", EINVAL) ? -1 : next(resource, limit);
+}
+
+int kill(pid_t process, int number) {
+    static auto* const next = system<int(pid_t, int)>("kill");
+    return fails("kill", EPERM) ? -1 : next(process, number);
+}
+
+int sem_init(sem_t* semaphore, int shared, unsigned int value) {
+    static auto* const next = system<int(sem_t*, int, unsigned int)>("sem_init");
+    return fails("sem_init", ENOSPC) ? -1 : next(semaphore, shared, value);
+}
+
+int pthread_setspecific(pthread_key_t key, void const* value) {
+    static auto* const next = system<int(pthread_key_t, void const*)>("pthread_setspecific");
+    return isToFail(FaultCall, "pthread_setspecific") ? ENOMEM : next(key, value);
+}
+
+tm* localtime_r(time_t const* seconds, tm* fields) {
+    static auto* const next = system<tm*(time_t const*, tm*)>("localtime_r");
+    return fails("localtime_r", EOVERFLOW) ? nullptr : next(seconds, fields);
+}
+
+time_t mktime(tm* fields) {
+    static auto* const next = system<time_t(tm*)>("mktime");
+    return fails("mktime", EOVERFLOW) ? -1 : next(fields);
+}
+
+// The wall clock.
+
+time_t time(time_t* result) {
+    timespec now{};
+    static auto* const next = system<int(clockid_t, timespec*)>("clock_gettime");
+    next(CLOCK_REALTIME, &now);
+    time_t const seconds = now.tv_sec + clockStep("time");
+    if (result != nullptr) *result = seconds;
+    return seconds;
+}
+
+int gettimeofday(timeval* now, void* zone) {
+    static auto* const next = system<int(timeval*, void*)>("gettimeofday");
+    int const result = next(now, zone);
+    now->tv_sec += clockStep("gettimeofday");
+    return result;
+}
+
+int clock_gettime(clockid_t clock, timespec* now) {
+    static auto* const next = system<int(clockid_t, timespec*)>("clock_gettime");
+    int const result = next(clock, now);
+    if (clock == CLOCK_REALTIME) now->tv_sec += clockStep("clock_gettime");
+    return result;
+}
+
+/// The system itself goes by the clock that was set.
+int sem_timedwait(sem_t* semaphore, timespec const* until) {
+    static auto* const next = system<int(sem_t*, timespec const*)>("sem_timedwait");
+    if (kind != FaultAhead && kind != FaultBack) return next(semaphore, until);
+    for (;;) {
+        timespec now{};
+        ::clock_gettime(CLOCK_REALTIME, &now);
+        bool const hasPassed =
+            now.tv_sec > until->tv_sec || (now.tv_sec == until->tv_sec && now.tv_nsec >= until->tv_nsec);
+        if (::sem_trywait(semaphore) == 0) return 0;
+        if (hasPassed) {
+            errno = ETIMEDOUT;
+            return -1;
+        }
+        ::poll(nullptr, 0, 1);
+    }
+}
+
 int pthread_key_create(pthread_key_t* key, void (*end)(void*)) {
     static auto* const next = system<int(pthread_key_t*, void (*)(void*))>("pthread_key_create");
     return isToFail(FaultCall, "pthread_key_create") ? EAGAIN : next(key, end);
@@ -381,7 +491,14 @@ FILE* fdopen(int fd, char const* mode) {
 
 std::size_t fwrite(void const* bytes, std::size_t size, std::size_t count, FILE* stream) {
     static auto* const next = system<std::size_t(void const*, std::size_t, std::size_t, FILE*)>("fwrite");
-    return failsStream("fwrite", ENOSPC, stream) ? 0 : next(bytes, size, count, stream);
+    if (failsStream("fwrite", ENOSPC, stream)) return 0;
+    std::size_t const taken = size == 0 ? count : room(::fileno(stream), size * count) / size;
+    std::size_t const written = next(bytes, size, taken, stream);
+    if (taken != count) {
+        stream->_flags |= 0x20;
+        errno = ENOSPC;
+    }
+    return written;
 }
 
 std::size_t fread(void* bytes, std::size_t size, std::size_t count, FILE* stream) {

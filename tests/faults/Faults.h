@@ -9,10 +9,14 @@ enum FaultKind {
     FaultCall,       ///< calls to the system and to stdio: the error that each of them has for bad days
     FaultInterrupt,  ///< every second call that can wait is interrupted by a signal (EINTR)
     FaultTrickle,    ///< reads, writes, sends and receives move one byte at a time
+    FaultAhead,      ///< looks at the wall clock: it was set ahead by an hour
+    FaultBack,       ///< and back by an hour
+    FaultDisk,       ///< regular files take no more bytes, all together, than faultsArm() said as @p first
 };
 
 /// From now on the @p first call of @p kind fails (counted from 1; 0: none does), and with @p onwards every
-/// one after it. Interrupt and Trickle bend all calls from the first on.
+/// one after it. Interrupt and Trickle bend all calls from the first on. Ahead and Back do not touch the
+/// steady clock.
 extern "C" void faultsArm(int kind, long first, bool onwards);
 
 /// No more failures. Gives how many calls of the kind there were since faultsArm().

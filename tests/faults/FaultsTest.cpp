@@ -9,6 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <boost/interprocess/exceptions.hpp>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <deque>
@@ -49,11 +51,14 @@ Outcome visit(Service const& service, Fault const& fault, std::string const& dir
     Outcome outcome;
     std::string thrown;
     thrown.reserve(4096);  // before memory becomes scarce
+    auto const begin = std::chrono::steady_clock::now();
     faultsArm(fault.kind, fault.first, fault.onwards);
     try {
         std::string const wrong = service.run(directory);
         outcome.calls = faultsDisarm();
         outcome.wrong = wrong;
+        if (fault.mustSucceed && std::chrono::steady_clock::now() - begin > std::chrono::seconds(20))
+            outcome.wrong += "it took its time";
     } catch (Quillmark::Exception const& exception) {
         outcome.calls = faultsDisarm();
         outcome.refused = true;
@@ -63,6 +68,10 @@ Outcome visit(Service const& service, Fault const& fault, std::string const& dir
         outcome.calls = faultsDisarm();
         outcome.refused = true;
         thrown = "no memory";
+    } catch (boost::interprocess::interprocess_exception const&) {
+        outcome.calls = faultsDisarm();
+        outcome.refused = true;
+        thrown = "a semaphore";
     } catch (Refused const&) {
         outcome.calls = faultsDisarm();
         outcome.refused = true;
@@ -191,6 +200,8 @@ protected:
 
     /// Each call of the kind in turn; several at a time, since some services wait more than they work.
     void failEach(FaultKind kind, bool onwards) const {
+        // Whatever the clock says, everything goes well, and in time.
+        bool const isClock = kind == FaultAhead || kind == FaultBack;
         auto const counted = with({kind, 0, false, true});
         ASSERT_EQ(counted.wrong, "");
         // The longest tours are walked in strides.
@@ -204,7 +215,7 @@ protected:
         };
         std::size_t const most = GetParam().once ? 12 : 2;
         for (long first = 1; first <= counted.calls; first += stride) {
-            running.push_back(begin({kind, first, onwards, false}));
+            running.push_back(begin({kind, first, onwards, isClock}));
             if (running.size() == most) finish();
         }
         while (!running.empty()) finish();
@@ -236,6 +247,24 @@ TEST_P(Faults, SignalsInterruptEverySecondCall) {
 
 TEST_P(Faults, BytesComeAndGoOneByOne) {
     EXPECT_EQ(with({FaultTrickle, 0, false, true}).wrong, "");
+}
+
+TEST_P(Faults, TheClockIsSetAheadByAnHour) {
+    failEach(FaultAhead, false);
+    failEach(FaultAhead, true);
+}
+
+TEST_P(Faults, TheClockIsSetBackByAnHour) {
+    failEach(FaultBack, false);
+    failEach(FaultBack, true);
+}
+
+/// A disk of a mebibyte, with so many bytes left.
+TEST_P(Faults, TheDiskFills) {
+    for (long const left : {0L, 1L, 100L, 4095L, 40'000L, 65'536L, 150'000L, 299'999L, 1L << 20}) {
+        bool const isEnough = left == 1L << 20;
+        EXPECT_EQ(with({FaultDisk, left, false, isEnough, -1, 0, isEnough ? 1 : 4}).wrong, "") << left;
+    }
 }
 
 TEST_P(Faults, FilesAreFullAfterSixtyThousandBytes) {

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <sched.h>
+#include <time.h>
 
 #include <atomic>
 #include <chrono>
@@ -380,6 +381,46 @@ std::string threads(std::string const&) {
     return same("the work", work->done.load(), true) + same("the semaphore", waited, true);
 }
 
+/// Waits that nobody ends but the clock.
+std::string waits(std::string const&) {
+    using namespace std::chrono_literals;
+    using Clock = std::chrono::steady_clock;
+    Socket listener(Socket::Stream, false, true, AF_INET);
+    listener.bind(SocketAddress(IPAddress("127.0.0.1"), 0), true);
+    listener.listen(1);
+    Socket client(Socket::Stream, true, true, AF_INET);
+    client.connect(listener.localAddr());
+    Semaphore none(0);
+    auto const begin = Clock::now();
+    bool const taken = none.timedwait(20);
+    auto const waited = Clock::now();
+    qm_usleep(20'000, 0);
+    auto const slept = Clock::now();
+    unsigned char byte = 0;
+    ssize_t const received = client.receive(&byte, 1, Clock::now() + 20ms);
+    auto const end = Clock::now();
+    auto const isInTime = [](auto passed) { return passed >= 19ms && passed < 5s; };
+    if (slept - waited < 19ms) throw Refused();  // a sleep that the system refuses ends early
+    return same("the semaphore", taken, false) + same("the socket", received, -1) +
+           same("the wait for a semaphore", isInTime(waited - begin), true) +
+           same("the sleep", isInTime(slept - waited), true) +
+           same("the wait for a socket", isInTime(end - slept), true);
+}
+
+/// The next full minute is at most a minute away, by whatever the clock says when it is asked.
+std::string periods(std::string const&) {
+    Cron::Period const minutely(60, 0);
+    long const before = ::time(nullptr);
+    minutely.reset(0, false);
+    long const ahead = minutely.next() - before;
+    constexpr long hour = 3600;
+    if (ahead < -2 * hour || ahead == 0) throw Refused();  // a zone that cannot be asked: no date to go by
+    bool const isNear = (ahead > 0 && ahead <= 61) || (ahead >= hour && ahead <= hour + 61) ||
+                        (ahead >= -hour && ahead <= 61 - hour);
+    return same("the next minute", isNear, true) +
+           same("its text", Cron::Period::time2str(nullptr).size() <= 19, true);
+}
+
 std::string values(std::string const&) {
     PatternContainer patterns;
     patterns.add("*.exe");
@@ -517,6 +558,8 @@ constexpr Service services[] = {
     {"Sockets", sockets},
     {"Requests", requests},
     {"Threads", threads},
+    {"Waits", waits},
+    {"Periods", periods},
     {"Values", values},
     {"TaskPoolStart", taskPoolStart, true},
     {"TaskPool", taskPool, true, [] { return taskPool({}); }},

@@ -275,6 +275,33 @@ TEST_F(CronManager, RunsAJobOnceWhenTheClockIsSetBackMeanwhile) {
     EXPECT_EQ(planned(crontab), std::vector<long>{-480});
 }
 
+TEST_F(CronManager, RunsAJobOnceForEachWakeUpHoweverOftenTheClockIsSetByAnHour) {
+    constexpr int cycles = 50;
+    for (long const step : {3600L, -3600L})
+        for (bool const isAsleep : {true, false})
+            for (int const every : {1, 2, 7}) {
+                clock.now = start;
+                Table other;
+                int ran = 0;
+                other.add(job([&] {
+                    if (++ran % every == 0 && !isAsleep) clock.now += step;
+                }));
+                other.add(job([] {}, Period(3600, 0)));
+                long before = clock.now;
+                long slept = 0;
+                runFor(cycles, other, clock, [&](int cycle) {
+                    slept = std::max(slept, clock.now - before);
+                    EXPECT_GE(clock.now - before, isAsleep ? 1 : -3599);
+                    if (isAsleep && cycle % every == 0) clock.now += step;
+                    before = clock.now;
+                });
+                EXPECT_EQ(ran, cycles) << step << (isAsleep ? " asleep " : " at work ") << every;
+                EXPECT_LE(slept, 3660);
+                EXPECT_EQ(count(other), 2);
+            }
+    EXPECT_EQ(log.lines(), std::vector<std::string>(12, foreign));
+}
+
 TEST_F(CronManager, TellsWhatItDoes) {
     crontab.add(job([] {}));
     crontab.add(job([] {}, Period(3600, 0)));
