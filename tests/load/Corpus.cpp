@@ -51,8 +51,8 @@ std::string nested(std::size_t depth, bool isClosed) {
 }
 
 std::string manyParts(std::size_t count, std::string const& part) {
-    return "From: ann@example.org\nContent-Type: multipart/mixed; boundary=b\n\n" + times(count, "--b\n" + part) +
-           "--b--\n";
+    return "From: ann@example.org\nContent-Type: multipart/mixed; boundary=b\n\n" +
+           times(count, "--b\n" + part) + "--b--\n";
 }
 
 std::string differentLinks(std::size_t count) {
@@ -83,14 +83,20 @@ Hostile const rows[] = {
     {"multiparts in multiparts", 10'000, [](Count n) { return nested(n, true); }, tooDeep},
     {"multiparts in multiparts that never end", 10'000, [](Count n) { return nested(n, false); }, tooDeep},
     {"messages in messages", 10'000,
-     [](Count n) { return "From: a@example.org\n" + times(n, "Content-Type: message/rfc822\n\nFrom: a@example.org\n") + "\nx\n"; }},
-    {"parts side by side", 50'000, [](Count n) { return manyParts(n, "Content-Type: text/plain\n\nwww.example.com\n"); }},
+     [](Count n) {
+         return "From: a@example.org\n" + times(n, "Content-Type: message/rfc822\n\nFrom: a@example.org\n") +
+                "\nx\n";
+     }},
+    {"parts side by side", 50'000,
+     [](Count n) { return manyParts(n, "Content-Type: text/plain\n\nwww.example.com\n"); }},
     {"parts without content", 100'000, [](Count n) { return manyParts(n, "\n"); }},
-    {"lines that begin like a boundary", 200'000, [](Count n) { return manyParts(1, "\n" + times(n, "--bb\n")); }},
+    {"lines that begin like a boundary", 200'000,
+     [](Count n) { return manyParts(1, "\n" + times(n, "--bb\n")); }},
     {"a boundary of many letters", mega,
      [](Count n) {
          std::string const b(n, 'b');
-         return "From: a@example.org\nContent-Type: multipart/mixed; boundary=" + b + "\n\n--" + b + "\n\nx\n";
+         return "From: a@example.org\nContent-Type: multipart/mixed; boundary=" + b + "\n\n--" + b +
+                "\n\nx\n";
      }},
     {"parameters of a type", 50'000,
      [](Count n) { return body("x", "7bit", ("text/plain" + times(n, "; a=b")).c_str()); }},
@@ -102,35 +108,57 @@ Hostile const rows[] = {
      }},
     {"addresses in a header field", 100'000,
      [](Count n) { return header("To", times(n, "Ann <ann@example.org>,\n ") + "ben@example.org"); }},
-    {"groups in a header field", 100'000, [](Count n) { return header("To", times(n, "g: ann@example.org;,\n ")); }},
+    {"groups in a header field", 100'000,
+     [](Count n) { return header("To", times(n, "g: ann@example.org;,\n ")); }},
     {"comments in comments", mega, [](Count n) { return header("To", std::string(n, '(')); }},
     {"comments in comments that end", mega,
-     [](Count n) { return header("To", std::string(n / 2, '(') + std::string(n / 2, ')') + " a@example.org"); }},
-    {"a quoted string that never ends", mega, [](Count n) { return header("To", "\"" + std::string(n, 'a')); }},
+     [](Count n) {
+         return header("To", std::string(n / 2, '(') + std::string(n / 2, ')') + " a@example.org");
+     }},
+    {"a quoted string that never ends", mega,
+     [](Count n) { return header("To", "\"" + std::string(n, 'a')); }},
     {"quoted pairs", mega, [](Count n) { return header("To", "\"" + times(n / 2, "\\\"")); }},
     {"angle brackets", mega, [](Count n) { return header("To", std::string(n, '<')); }},
     {"domain literals that never end", mega, [](Count n) { return header("To", times(n / 2, "@[")); }},
     {"commas", mega, [](Count n) { return header("Cc", std::string(n, ',')); }},
     {"colons", mega, [](Count n) { return header("Cc", std::string(n, ':')); }},
     {"letters in From", mega, [](Count n) { return header("From", std::string(n, 'a')); }},
-    {"dots in an envelope", mega, [](Count n) { return header("Return-Path", "<a" + std::string(n, '.') + "@b>"); }},
+    {"dots in an envelope", mega,
+     [](Count n) { return header("Return-Path", "<a" + std::string(n, '.') + "@b>"); }},
     {"\"@\" in an envelope", mega, [](Count n) { return header("Return-Path", "<" + std::string(n, '@')); }},
     {"\"@\" in To", mega, runInHeader<'@'>},
     {"quotes in To", mega, runInHeader<'"'>},
     {"a header field in one line", mega, [](Count n) { return header("X-Long", std::string(n, 'x')); }},
     {"a header field in many lines", mega, [](Count n) { return header("X-Long", times(n / 4, "x\n ")); }},
     {"a header field's name", mega, [](Count n) { return std::string(n, 'X') + ": x\n\nx\n"; }},
-    {"header fields", 100'000, [](Count n) { return times(n, "X-Field: some text, as long as most fields are\n") + "\nx\n"; }},
-    {"From fields", 100'000, [](Count n) { return times(n, "From: \"Ann of many letters\" <ann@mail.example.org>\n") + "\nx\n"; }},
-    {"a header that never ends", mega, [](Count n) { return "From: a@example.org\n" + times(n / 10, "X-F: abcd\n"); }},
+    {"header fields", 100'000,
+     [](Count n) { return times(n, "X-Field: some text, as long as most fields are\n") + "\nx\n"; }},
+    {"From fields", 100'000,
+     [](Count n) { return times(n, "From: \"Ann of many letters\" <ann@mail.example.org>\n") + "\nx\n"; }},
+    {"a header that never ends", mega,
+     [](Count n) { return "From: a@example.org\n" + times(n / 10, "X-F: abcd\n"); }},
     {"encoded words", 50'000, [](Count n) { return header("Subject", times(n, "=?utf-8?B?w4Y=?=\n ")); }},
-    {"encoded words that never end", 100'000, [](Count n) { return header("Subject", times(n, "=?utf-8?B?w4Y")); }},
+    {"encoded words that never end", 100'000,
+     [](Count n) { return header("Subject", times(n, "=?utf-8?B?w4Y")); }},
+    {"encoded words that never end in a file name", 50'000,
+     [](Count n) {
+         return body("x", "7bit", ("text/plain; name=\"" + times(n, "=?utf-8?B?w4Y") + "\"").c_str());
+     }},
+    {"encoded words that never end in an mbox", 50'000,
+     [](Count n) { return "From a\n" + header("X-Field", times(n, "=?utf-8?B?w4Y")); }},
+    {"encoded words that never end in a display name", 50'000,
+     [](Count n) { return header("To", "\"" + times(n, "=?utf-8?B?w4Y") + "\" <a@example.org>"); }},
+    {"encoded words that end late", 1'000,
+     [](Count n) { return header("Subject", times(n, "=?utf-8?B?" + std::string(1000, 'A') + "?=")); }},
     {"links", 200'000, [](Count n) { return body(differentLinks(n)); }},
     {"the same link", 200'000, [](Count n) { return body(times(n, "http://www.example.com/\n")); }},
     {"schemes before schemes", 200'000, [](Count n) { return body(times(n, "http://")); }},
-    {"links without a blank between", 100'000, [](Count n) { return body(times(n, "http://a.example.com/")); }},
-    {"mailto links", 100'000, [](Count n) { return body(times(n, "mailto:a@example.org?subject=%41&cc=b\n")); }},
-    {"a mailto link with many addresses", 100'000, [](Count n) { return body("mailto:" + times(n, "a@example.org,")); }},
+    {"links without a blank between", 100'000,
+     [](Count n) { return body(times(n, "http://a.example.com/")); }},
+    {"mailto links", 100'000,
+     [](Count n) { return body(times(n, "mailto:a@example.org?subject=%41&cc=b\n")); }},
+    {"a mailto link with many addresses", 100'000,
+     [](Count n) { return body("mailto:" + times(n, "a@example.org,")); }},
     {"hosts in IDN", 50'000,
      [](Count n) {
          std::string text;
@@ -164,15 +192,20 @@ Hostile const rows[] = {
     {"Base64 in one line", 8 * mega, [](Count n) { return body(std::string(n, 'A'), "base64"); }},
     {"Base64 of padding", mega, [](Count n) { return body(std::string(n, '='), "base64"); }},
     {"Base64 that is none", 500'000, [](Count n) { return body(times(n, "!!!!\n"), "base64"); }},
-    {"quoted-printable of equals signs", mega, [](Count n) { return body(std::string(n, '='), "quoted-printable"); }},
+    {"quoted-printable of equals signs", mega,
+     [](Count n) { return body(std::string(n, '='), "quoted-printable"); }},
     {"quoted-printable of line ends that do not count", 500'000,
      [](Count n) { return body("http://" + times(n, "=\n") + "example.com", "quoted-printable"); }},
-    {"quoted-printable of escapes", 500'000, [](Count n) { return body(times(n, "=41"), "quoted-printable"); }},
+    {"quoted-printable of escapes", 500'000,
+     [](Count n) { return body(times(n, "=41"), "quoted-printable"); }},
     {"uuencode that never ends", 100'000,
-     [](Count n) { return body("begin 644 a\n" + times(n, "M" + std::string(60, '!') + "\n"), "x-uuencode"); }},
+     [](Count n) {
+         return body("begin 644 a\n" + times(n, "M" + std::string(60, '!') + "\n"), "x-uuencode");
+     }},
     {"UTF-16 of odd length", mega,
      [](Count n) { return body(std::string(n / 2 * 2 + 1, 'a'), "8bit", "text/plain; charset=utf-16"); }},
-    {"UTF-7", mega, [](Count n) { return body(times(n / 8, "+AGEAYg-"), "7bit", "text/plain; charset=utf-7"); }},
+    {"UTF-7", mega,
+     [](Count n) { return body(times(n / 8, "+AGEAYg-"), "7bit", "text/plain; charset=utf-7"); }},
     {"shifts of ISO-2022-JP", mega,
      [](Count n) { return body(times(n / 6, "\x1b$B\x1b(B"), "7bit", "text/plain; charset=iso-2022-jp"); }},
     {"a charset that nobody knows", mega,
@@ -291,7 +324,10 @@ bool measureCorpus(std::string const& word) {
         say("| %s | %s | %s | %.1f | %s | %s | %s | %s |%s", row.name, grouped(row.most).c_str(),
             grouped(bytes).c_str(), taken[2] * 1e3, asText(1).c_str(), asText(2).c_str(),
             grouped(costs[2].peakKib).c_str(), costs[2].errors.substr(0, 120).c_str(),
-            !isReported ? " NO REPORT" : !isSaid ? " LIMIT NOT TOLD" : !isLinear ? " NOT LINEAR" : "");
+            !isReported ? " NO REPORT"
+            : !isSaid   ? " LIMIT NOT TOLD"
+            : !isLinear ? " NOT LINEAR"
+                        : "");
     }
     return isGood;
 }
