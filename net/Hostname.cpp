@@ -234,7 +234,21 @@ void HostNameImpl::parse() const {
     if (found.load(std::memory_order_relaxed) != state) found.store(state, std::memory_order_relaxed);
 }
 
-Handle<HostNameImpl> HostNameReader::impl(std::string_view text, bool parseDomain, bool strict) {
+/// An object without a name: the former one, if it is not shared.
+Handle<HostNameImpl> HostNameReader::blank(Handle<HostNameImpl> former) {
+    if (!former || former->count() != 1) return {new HostNameImpl({}, {}, false), false};
+    HostNameImpl& name = *former;
+    name.m_parsed = name.m_isIPAddress = false;
+    name.m_lists = 0;
+    name.m_name.clear();
+    name.m_idn.clear();
+    name.m_host.clear();
+    name.m_domain.clear();
+    return former;
+}
+
+Handle<HostNameImpl> HostNameReader::impl(std::string_view text, bool parseDomain, bool strict,
+                                          Handle<HostNameImpl> former) {
     if (text.size() < 2) return {};
     Traits const traits(text);
     bool const isIPAddress = traits.mayBeIPAddress() && IPAddress::isValidIPAddress(std::string(text));
@@ -244,7 +258,7 @@ Handle<HostNameImpl> HostNameReader::impl(std::string_view text, bool parseDomai
     if (strict && !traits.isPlainName() && !isUtf8) return {};
     if (isUtf8 && text.find('\0') != npos) return {};  // the IDN library would lose what follows it
 
-    Handle<HostNameImpl> made(new HostNameImpl({}, {}, false), false);
+    Handle<HostNameImpl> made = blank(std::move(former));
     std::string& name = made->m_name;
     if (isUtf8) {
         // Kept for the daemons: a text that has no ASCII form is a name without text.
@@ -254,7 +268,7 @@ Handle<HostNameImpl> HostNameReader::impl(std::string_view text, bool parseDomai
             made->m_idn = text;
         }
     } else {
-        name = std::string(text);
+        name = text;
         if (traits.hasCapitals()) ::copyStringToLower(name, name);
     }
     if (isIPAddress) return ofAddress(text, made->m_idn);
@@ -273,22 +287,26 @@ Handle<HostNameImpl> HostNameReader::ofAddress(std::string_view text, std::strin
 
 HostName HostNameReader::read(std::string_view text, bool parseDomain, bool strict) {
     HostName name;
-    name.m_impl = impl(text, parseDomain, strict);
+    read(text, parseDomain, strict, name);
     return name;
+}
+
+void HostNameReader::read(std::string_view text, bool parseDomain, bool strict, HostName& name) {
+    name.m_impl = impl(text, parseDomain, strict, std::move(name.m_impl));
 }
 
 bool HostNameReader::isValid(std::string_view text) {
     Traits const traits(text);
     if (text.size() >= 2 && traits.isPlainName() && !traits.mayBeIPAddress()) return !hasShortLastLabel(text);
     try {
-        return static_cast<bool>(impl(text, false, true));
+        return static_cast<bool>(impl(text, false, true, {}));
     } catch (Exception const&) {
         return false;
     }
 }
 
 HostName::HostName(std::string const& text, bool parseDomain, bool strict)
-    : m_impl(HostNameReader::impl(text, parseDomain, strict)) {}
+    : m_impl(HostNameReader::impl(text, parseDomain, strict, {})) {}
 
 HostNameImpl const& HostName::value(char const* operation) const {
     if (!m_impl) fail(operation, NullHandle, Site{"Hostname", 0});

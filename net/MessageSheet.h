@@ -1,15 +1,14 @@
 #pragma once
 // What DNS messages are read on.
 
+#include "foundation/Spares.h"
 #include "include2/Resolver"
 #include "net/WireReader.h"
 
 #include <array>
 #include <cstddef>
 #include <list>
-#include <memory>
 #include <string>
-#include <utility>
 
 namespace Quillmark {
 
@@ -71,20 +70,6 @@ struct MessageSheet {
 };
 
 /// The sheets that a thread keeps for the messages that it reads next.
-class SpareSheets {
-public:
-    std::unique_ptr<MessageSheet> take() {
-        return m_count == 0 ? std::make_unique<MessageSheet>() : std::move(m_sheets[--m_count]);
-    }
-    void giveBack(std::unique_ptr<MessageSheet> sheet) {
-        if (m_count == m_sheets.size()) return;
-        sheet->clear();
-        m_sheets[m_count++] = std::move(sheet);
-    }
-
-private:
-    std::array<std::unique_ptr<MessageSheet>, 2> m_sheets;
-    std::size_t m_count = 0;
-};
+using SpareSheets = Spares<MessageSheet, 2>;
 
 }  // namespace Quillmark

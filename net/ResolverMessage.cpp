@@ -3,7 +3,6 @@
 #include "foundation/AddressText.h"
 #include "foundation/Caught.h"
 #include "foundation/Fail.h"
-#include "foundation/OfThread.h"
 #include "net/MessageSheet.h"
 #include "net/RecordNumbers.h"
 
@@ -245,22 +244,22 @@ void ResolverMessage::print(std::FILE* out) const {
     std::fwrite(text.data(), 1, text.size(), out);
 }
 
-ResolverMessageImpl::ResolverMessageImpl() {
-    SpareSheets* const spare = ofThread<SpareSheets>();
-    m_sheet = spare ? spare->take() : std::make_unique<MessageSheet>();
+ResolverMessageImpl::ResolverMessageImpl() : m_sheet(SpareSheets::take()) {
+    if (m_sheet)
+        m_sheet->clear();
+    else
+        m_sheet = std::make_unique<MessageSheet>();
     m_bytes = m_sheet->bytes.data();
 }
 
 ResolverMessageImpl::~ResolverMessageImpl() {
-    SpareSheets* const spare = ofThread<SpareSheets>();
-    if (!spare) return;
     if (m_longestData <= MessageSheet::longestSpareText && !m_sheet->reader.hadLongNames()) {
         m_sheet->queries.giveBack(m_queries);
         m_sheet->records.giveBack(m_answers);
         m_sheet->records.giveBack(m_nameservers);
         m_sheet->records.giveBack(m_additional);
     }
-    spare->giveBack(std::move(m_sheet));
+    SpareSheets::giveBack(std::move(m_sheet));
 }
 
 void ResolverMessageImpl::length(int n) {

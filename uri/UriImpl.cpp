@@ -9,6 +9,7 @@
 #include "foundation/ByteSet.h"
 #include "foundation/Fail.h"
 #include "foundation/SpareBlocks.h"
+#include "foundation/Spares.h"
 #include "uri/UriParse.h"
 
 namespace Quillmark {
@@ -92,14 +93,28 @@ bool holdsPassMark(std::string_view text) noexcept {
     return marksIn(last) != 0;
 }
 
-// The text after both passes. Most links need neither, and are copied once.
-std::string cleanedUp(std::string_view text) {
-    if (!holdsPassMark(text)) return std::string(text);
+// Whether the text is another one after both passes. Most are not.
+bool needsCleaning(std::string_view text) {
+    if (!holdsPassMark(text)) return false;
     std::size_t const escape = text.find('%');
-    bool const needsPass = text.find('\n') != npos || text.find("&#") != npos ||
-                           (escape != npos && escapeStandsBeforePath(text, escape));
-    if (!needsPass) return std::string(text);
-    return UriImpl::convertEncodedChars(UriImpl::convertEscaped(std::string(text)));
+    return text.find('\n') != npos || text.find("&#") != npos ||
+           (escape != npos && escapeStandsBeforePath(text, escape));
+}
+
+using SpareParts = Spares<UriParts, 256>;
+
+// More memory for a text is not worth keeping.
+constexpr std::size_t mostSpare = 512;
+
+// Parts of a link that is not parsed yet.
+std::unique_ptr<UriParts> partsOf(std::string_view text) {
+    std::unique_ptr<UriParts> parts = SpareParts::take();
+    if (!parts) parts = std::make_unique<UriParts>();
+    if (needsCleaning(text))
+        parts->text = UriImpl::convertEncodedChars(UriImpl::convertEscaped(std::string(text)));
+    else
+        parts->text = text;
+    return parts;
 }
 
 }  // namespace
@@ -109,14 +124,18 @@ constinit std::array<unsigned char, 256> const UriImpl::s_table = printable();
 static_assert(hexValues()['f'] == 15 && hexValues()['g'] == -1 && hexValues()[0xff] == -1);
 static_assert(printable()[' '] == ' ' && printable()['~'] == '~' && printable()[0x7f] == 0);
 
-UriImpl::UriImpl(std::string const& text) : m_text(cleanedUp(text)) {}
+UriImpl::UriImpl(std::string const& text) : m_parts(partsOf(text)) {}
 
 UriImpl::UriImpl(char const* text, unsigned int length) {
     if (text == nullptr && length != 0) fail<UriException>(BadArgument, here);
-    if (text != nullptr) m_text = cleanedUp({text, length});
+    m_parts = partsOf(text != nullptr ? std::string_view(text, length) : std::string_view());
 }
 
-UriImpl::~UriImpl() = default;
+UriImpl::~UriImpl() {
+    bool const isUsual = m_parts->text.capacity() <= mostSpare && m_parts->idn.empty() &&
+                         m_parts->headers.empty() && m_parts->emailAddresses.empty();
+    if (isUsual) SpareParts::giveBack(std::move(m_parts));
+}
 
 using SpareLinks = SpareBlocks<UriImpl, 256>;
 
@@ -128,23 +147,14 @@ void UriImpl::operator delete(void* memory, std::size_t size) noexcept {
     SpareLinks::giveBack(memory, size);
 }
 
-std::string const& UriImpl::asString() const {
-    static_cast<void>(parts());
-    return m_text;
-}
-
 // A link is parsed whole or not at all. The comparison string is part of it: whoever shares a link after
 // any accessor shares a value that stays as it is.
 void UriImpl::parse() const {
-    try {
-        parseUri(m_text, m_parts);
-        if (!m_parts.host.isNull() && !m_parts.host.idn().empty()) {
-            m_parts.idn = m_parts.comparison;
-            m_parts.idn.swap(m_text);
-        }
-    } catch (...) {
-        m_parts = {};
-        throw;
+    UriParts& parts = *m_parts;
+    parseUri(parts);
+    if (!parts.host.isNull() && !parts.host.idn().empty()) {
+        parts.idn = parts.comparison.empty() ? parts.text : std::exchange(parts.comparison, {});
+        parts.idn.swap(parts.text);
     }
     m_parsed = true;
 }

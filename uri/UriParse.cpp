@@ -4,6 +4,8 @@
 #include <array>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <numeric>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -33,15 +35,30 @@ constexpr std::array<std::uint8_t, 256> authorityBytes = [] {
     return bytes;
 }();
 
+// Eight bytes at a time: the high bit of each byte says what it is.
+bool hasCapitals(std::uint64_t bytes) {
+    constexpr std::uint64_t each = 0x0101010101010101, high = 0x80 * each;
+    std::uint64_t const low = bytes & ~high;
+    return ((low + (0x80 - 'A') * each) & ~(low + (0x7f - 'Z') * each) & ~bytes & high) != 0;
+}
+
 bool hasCapitals(std::string_view text) {
+    std::uint64_t bytes = 0;
+    for (; text.size() >= sizeof bytes; text.remove_prefix(sizeof bytes)) {
+        std::memcpy(&bytes, text.data(), sizeof bytes);
+        if (hasCapitals(bytes)) return true;
+    }
     return std::any_of(text.begin(), text.end(),
                        [](char c) { return static_cast<unsigned char>(c - 'A') < 26; });
 }
 
-std::string lowered(std::string_view text) {
-    std::string result(text);
-    if (hasCapitals(text)) copyStringToLower(result, result);
-    return result;
+/// Puts a text in lower case where there is none.
+/// @return whether it was another one
+bool putLowered(std::string& to, std::string_view text) {
+    to += text;
+    bool const changes = hasCapitals(text);
+    if (changes) copyStringToLower(to, to);
+    return changes;
 }
 
 bool isMailto(std::string_view text) {
@@ -55,15 +72,20 @@ std::string_view trimmed(std::string_view text) {
     return text;
 }
 
-HostName hostFrom(std::string_view text, bool strict) {
-    HostName host = HostNameReader::read(text, true, strict);
-    if (!host.isNull()) return host;
+void readHost(std::string_view text, bool strict, HostName& host) {
+    HostNameReader::read(text, true, strict, host);
+    if (!host.isNull()) return;
     std::size_t length = text.size();
     while (length > 1 && !endsHost.contains(text[length - 1])) --length;
-    return length < text.size() ? HostNameReader::read(text.substr(0, length), true, strict) : host;
+    if (length < text.size()) HostNameReader::read(text.substr(0, length), true, strict, host);
 }
 
 int portFrom(std::string_view text) {
+    constexpr std::size_t mostDigits = 9;
+    if (text.size() <= mostDigits &&
+        std::all_of(text.begin(), text.end(), [](char c) { return digitBytes.contains(c); }))
+        return std::accumulate(text.begin(), text.end(), 0,
+                               [](int port, char c) { return 10 * port + (c - '0'); });
     KeepErrno const keepErrno;
     return static_cast<int>(std::strtol(std::string(text).c_str(), nullptr, 10));
 }
@@ -90,19 +112,24 @@ void splitAuthority(std::string_view authority, UriParts& parts) {
     bool const hasPort = colon != npos;
     std::string_view const host = bracketed ? authority.substr(open + 1, close - open - 1)
                                             : authority.substr(hostStart, hasPort ? colon - hostStart : npos);
-    parts.host = hostFrom(host, !hasPort);
+    readHost(host, !hasPort, parts.host);
     if (hasPort && !parts.host.isNull()) parts.port = portFrom(authority.substr(colon + 1));
 }
 
 // path["?"query]["#"fragment], where a "?" behind a "#" still begins a query.
-void splitPath(std::string_view text, UriParts& parts) {
-    parts.pathQueryFragment = std::string(text);
+/// @return whether the components make the same text again
+bool splitPath(std::string_view text, UriParts& parts) {
+    parts.pathQueryFragment += text;
     std::size_t const question = text.find('?');
     std::string_view const query = question == npos ? text : text.substr(question + 1);
     std::size_t const hash = query.find('#');
-    if (hash != npos) parts.fragment = lowered(query.substr(hash + 1));
-    if (question != npos) parts.query = lowered(query.substr(0, hash));
-    parts.path = std::string(text.substr(0, question == npos ? hash : question));
+    parts.isPathAll = question == npos && hash == npos;
+    if (parts.isPathAll) return true;
+    parts.path += text.substr(0, question == npos ? hash : question);
+    bool changes = false;
+    if (question != npos) changes = putLowered(parts.query, query.substr(0, hash)) || parts.query.empty();
+    if (hash != npos) changes |= putLowered(parts.fragment, query.substr(hash + 1)) || parts.fragment.empty();
+    return !changes;
 }
 
 void addAddress(std::string_view local, std::string_view domain, UriParts& parts) {
@@ -115,7 +142,8 @@ void addAddress(std::string_view local, std::string_view domain, UriParts& parts
 void addHeader(std::string_view name, std::string_view value, UriParts& parts) {
     std::string const type(trimmed(name));
     std::string const content(trimmed(value));
-    std::string const field = lowered(type);
+    std::string field;
+    putLowered(field, type);
     if (field == "to" || field == "cc") {
         for (EmailAddress const& address : EmailAddress::rfc5322ParseSet(content, true, false))
             parts.emailAddresses.push_back(address);
@@ -152,16 +180,20 @@ void readMailto(std::string_view text, UriParts& parts) {
 }
 
 void parseMailto(std::string_view text, UriParts& parts) {
-    parts.scheme = mailtoScheme;
+    parts.scheme += mailtoScheme;
     readMailto(text.substr(mailtoScheme.size()), parts);
-    if (parts.emailAddresses.empty()) return;
+    if (parts.emailAddresses.empty()) {
+        parts.host = HostName();
+        return;
+    }
     EmailAddress const& first = parts.emailAddresses.front();
-    parts.host = HostNameReader::read(first.domain(), true, false);
+    HostNameReader::read(first.domain(), true, false, parts.host);
     parts.user = first.local();
 }
 
-std::string mailtoComparison(UriParts const& parts) {
-    std::string text = parts.scheme;
+void compareMailto(UriParts& parts) {
+    std::string& text = parts.comparison;
+    text += parts.scheme;
     char const* separator = "";
     for (EmailAddress const& address : parts.emailAddresses) {
         (text += separator) += address.address();
@@ -172,47 +204,50 @@ std::string mailtoComparison(UriParts const& parts) {
         (((text += separator) += header.type()) += '=') += header.value();
         separator = "&";
     }
-    return text;
 }
 
-std::string comparisonOf(UriParts const& parts, std::size_t length) {
-    std::string text;
-    text.reserve(length);
+void compareAny(UriParts& parts) {
+    std::string& text = parts.comparison;
     (text += parts.scheme) += "//";
     text += parts.user;
     if (!parts.password.empty()) (text += ':') += parts.password;
     if (text.size() != parts.scheme.size() + 2) text += '@';
     if (!parts.host.isNull()) text += parts.host.asString();
     if (parts.port != 0) (text += ':') += std::to_string(parts.port);
-    text += parts.path;
+    text += parts.isPathAll ? parts.pathQueryFragment : parts.path;
     if (!parts.query.empty()) (text += '?') += parts.query;
     if (!parts.fragment.empty()) (text += '#') += parts.fragment;
-    return text;
 }
 
-// A link with a host alone, and with all in lower case that will be: it is its own comparison string, unless
-// a query or fragment is empty and goes away with its mark.
-bool isItsComparison(std::string_view text, std::string_view authority, UriParts const& parts) {
-    std::size_t length = parts.scheme.size() + 2 + authority.size() + parts.path.size();
-    if (!parts.query.empty()) length += 1 + parts.query.size();
-    if (!parts.fragment.empty()) length += 1 + parts.fragment.size();
-    if (length != text.size() || parts.host.isNull() || parts.host.asString() != authority) return false;
-    return text.starts_with(parts.scheme) && text.ends_with(parts.fragment) &&
-           text.substr(0, text.size() - (parts.fragment.empty() ? 0 : 1 + parts.fragment.size()))
-               .ends_with(parts.query);
+// All but the text and the host is as in new parts, and memory stays.
+void clear(UriParts& parts) {
+    parts.idn.clear();
+    parts.scheme.clear();
+    parts.user.clear();
+    parts.password.clear();
+    parts.pathQueryFragment.clear();
+    parts.path.clear();
+    parts.query.clear();
+    parts.fragment.clear();
+    parts.comparison.clear();
+    parts.isPathAll = false;
+    parts.port = 0;
+    parts.headers.clear();
+    parts.emailAddresses.clear();
 }
 
 }  // namespace
 
-void parseUri(std::string_view text, UriParts& parts) {
+void parseUri(UriParts& parts) {
+    clear(parts);
+    std::string_view const text = parts.text;
     std::size_t const slashes = text.find("//");
     if (slashes == npos) {
-        if (!isMailto(text)) fail<UriException>(ParseError, Site{"UriImpl", 0}, std::string(text));
+        if (!isMailto(text)) fail<UriException>(ParseError, Site{"UriImpl", 0}, parts.text);
         parseMailto(text, parts);
-        parts.comparison = mailtoComparison(parts);
-        return;
+        return compareMailto(parts);
     }
-    parts.scheme = lowered(text.substr(0, slashes));
+    bool const lowersScheme = putLowered(parts.scheme, text.substr(0, slashes));
     std::size_t const begin = slashes + 2;
     std::size_t end = begin;
     unsigned seen = 0;
@@ -223,16 +258,16 @@ void parseUri(std::string_view text, UriParts& parts) {
     std::string_view const authority = text.substr(begin, end - begin);
     bool const isHost = (seen & Splits) == 0;
     if (isHost) {
-        parts.host = hostFrom(authority, true);
+        readHost(authority, true, parts.host);
     } else {
         splitAuthority(authority, parts);
     }
-    splitPath(text.substr(end), parts);
-    if (parts.scheme == mailtoScheme) {
-        parts.comparison = mailtoComparison(parts);
-    } else if (!isHost || !isItsComparison(text, authority, parts)) {
-        parts.comparison = comparisonOf(parts, text.size());
-    }
+    bool const isWhole = splitPath(text.substr(end), parts);
+    if (parts.scheme == mailtoScheme) return compareMailto(parts);
+    // A link with a host alone, and with all in lower case that will be, is its own comparison string.
+    bool const isItsComparison =
+        isHost && isWhole && !lowersScheme && !parts.host.isNull() && parts.host.asString() == authority;
+    if (!isItsComparison) compareAny(parts);
 }
 
 }  // namespace Quillmark

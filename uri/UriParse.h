@@ -1,15 +1,13 @@
 #pragma once
 // A cleaned-up link, taken apart.
 
-#include <string_view>
-
 #include "include2/Uri"
 
 namespace Quillmark {
 
-/// Splits @p text into its components, the comparison string included; `idn` stays empty.
-/// Throws UriException, code 5, when it holds no "//" and is no "mailto:" link.
-/// @param parts  empty ones; when something is thrown they are partly filled
-void parseUri(std::string_view text, UriParts& parts);
+/// Splits the text of @p parts into its components, the comparison string included; `idn` stays empty. What
+/// they held before does not matter; its memory, that of the host's object too, is used again.
+/// Throws UriException, code 5, when the text holds no "//" and is no "mailto:" link.
+void parseUri(UriParts& parts);
 
 }  // namespace Quillmark

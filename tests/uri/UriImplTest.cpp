@@ -1,6 +1,8 @@
 #include <cerrno>
 #include <set>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "include2/Uri"
 #include "tests/support/Support.h"
@@ -255,6 +257,63 @@ TEST(Uri, WritesNothingOnASecondLook) {
     std::thread second(lookAtAll);
     first.join();
     second.join();
+}
+
+std::string everythingOf(Uri const& uri) {
+    std::string all = uri.asString() + '|' + uri.idn() + '|' + uri.scheme() + '|' + uri.user() + '|' +
+                      uri.password() + '|' + (uri.host().isNull() ? "null" : uri.hostname()) + '|' +
+                      std::to_string(uri.port()) + '|' + uri.path() + '|' + uri.query() + '|' +
+                      uri.fragment() + '|' + uri.pathQueryFragment() + '|' + uri.comparisonString();
+    for (EmailAddress const& address : uri.emailAddresses()) all += '|' + address.address();
+    for (TypeAndValue const& header : uri.headers()) all += '|' + header.type() + '=' + header.value();
+    return all;
+}
+
+TEST(Uri, HasNothingOfTheLinksBeforeIt) {
+    std::string const texts[] = {
+        "HTTP://u:p@Mail.Example.com:80/Path?Query#Fragment",
+        "http://b\xc3\xbc"
+        "cher.example.com/p?q#f",
+        "mailto:a@b.example?cc=c@d.example",
+        "http://192.0.2.1/",
+        "http://www.example.com/" + std::string(2000, 'p'),
+    };
+    Conversion const rows[] = {
+        {"http://", "http://||http:|||null|0|||||http://"},
+        {"http://-", "http://-||http:|||null|0|||||http://"},
+        {"http://mail.example.org",
+         "http://mail.example.org||http:|||mail.example.org|0|||||http://mail.example.org"},
+        {"mailto:?a=b", "mailto:?a=b||mailto:|||null|0|||||mailto:?a=b|a=b"},
+        {"mailto:nobody", "mailto:nobody||mailto:|||null|0|||||mailto:"},
+    };
+    for (std::string const& before : texts)
+        for (auto const& [text, all] : rows) {
+            EXPECT_NE(everythingOf(Uri(before)), "");
+            EXPECT_EQ(failureOf([] { Uri("nothing").path(); }), "UriException( 5 ) , UriImpl \"nothing\"");
+            EXPECT_EQ(everythingOf(Uri(text)), all) << before;
+        }
+}
+
+TEST(Uri, LeavesAHostToWhoeverHoldsIt) {
+    HostName const kept = Uri("http://www.example.com/").host();
+    EXPECT_EQ(Uri("http://192.0.2.1/").hostname(), "192.0.2.1");
+    EXPECT_EQ(Uri("http://mail.example.org/").hostname(), "mail.example.org");
+    EXPECT_EQ(kept.asString() + '|' + kept.host() + '|' + kept.domain(), "www.example.com|www|example.com");
+}
+
+TEST(Uri, IsReadAloneAmongOthers) {
+    for (int round = 0; round < 2; ++round) {
+        std::vector<Uri> uris;
+        for (int i = 0; i < 100; ++i) {
+            uris.emplace_back("http://www" + std::to_string(i) + ".example.com/?" + std::to_string(i));
+            EXPECT_FALSE(uris.back().host().isNull());
+        }
+        for (int i = 0; i < 100; ++i) {
+            Uri const& uri = uris[static_cast<std::size_t>(i)];
+            EXPECT_EQ(uri.hostname() + uri.query(),
+                      "www" + std::to_string(i) + ".example.com" + std::to_string(i));
+        }
+    }
 }
 
 TEST(Uri, LeavesErrnoAlone) {
