@@ -68,16 +68,21 @@ consteval std::array<Row, 256> makeRows() noexcept {
 
 inline constexpr std::array<Row, 256> rows = makeRows();
 
-/// One of these in each of 16 bytes.
 struct alignas(16) Bytes {
     std::array<std::uint8_t, 16> bytes;
-    consteval explicit Bytes(std::array<std::uint8_t, 4> const& four) noexcept : bytes() {
-        for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = four[i % 4];
-    }
 };
 
-inline constexpr Bytes dot({'.', '.', '.', '.'}), zero({'0', '0', '0', '0'}), nine({9, 9, 9, 9}),
-    weights({100, 10, 1, 0}), ones({1, 0, 1, 0}), largest({255, 0, 0, 0}), lowest({0, 4, 8, 12});
+/// The four in each four of 16 bytes.
+consteval Bytes repeated(std::array<std::uint8_t, 4> const& four) noexcept {
+    Bytes all{};
+    for (std::size_t i = 0; i < all.bytes.size(); ++i) all.bytes[i] = four[i % 4];
+    return all;
+}
+
+inline constexpr Bytes dot = repeated({'.', '.', '.', '.'}), zero = repeated({'0', '0', '0', '0'}),
+                       nine = repeated({9, 9, 9, 9}), weights = repeated({100, 10, 1, 0}),
+                       ones = repeated({1, 0, 1, 0}), largest = repeated({255, 0, 0, 0}),
+                       lowest = repeated({0, 4, 8, 12});
 
 /// Whether 16 bytes from here lie on one page, so that reading them is safe whatever ends before.
 inline bool isFarFromPageEnd(char const* text) noexcept {
