@@ -111,7 +111,7 @@ namespace recordNumbers {
 
 /// Our numbers by those on the wire. The rest of these has none.
 template <auto& rows, auto field>
-constexpr auto makeIndex() noexcept {
+consteval auto makeIndex() noexcept {
     using Number = std::remove_cvref_t<decltype((*std::begin(rows)).*field)>;
     std::array<Number, 256> index{};
     for (auto row = std::rbegin(rows); row != std::rend(rows); ++row) {

@@ -835,6 +835,26 @@ TEST(DnsName, HasALongBeginningInFrontOfAnEndThatWasMet) {
     }
 }
 
+// A thread counts the bytes of the names that it reads, and the count begins anew in here.
+TEST(DnsName, IsReadWellHoweverMuchItsThreadHasReadBefore) {
+    std::string const label(63, 'x');
+    std::string const end = repeated(label + ".", 6) + label;
+    std::size_t const names = 1900;
+    std::string const bytes = name(end) + repeated("\1a" + pointer(12), names);
+    std::string text;
+    std::size_t wrong = 0;
+    for (std::size_t read = 0; read < std::size_t{9} << 28;) {
+        auto const message = behindHeader(bytes);
+        for (std::size_t i = 0; i <= names; ++i) {
+            text.clear();
+            message->parseName(text);
+            if (text.size() != end.size() + (i == 0 ? 0 : 2) || !text.ends_with(end)) ++wrong;
+            read += text.size();
+        }
+    }
+    EXPECT_EQ(wrong, 0U);
+}
+
 TEST(DnsName, TakesTheReservedLabelTypesForPointers) {
     for (unsigned int const type : {0x40U, 0x7fU, 0x80U, 0xbfU, 0xc0U, 0xffU}) {
         unsigned int const offset = (type & 0x3f) << 8 | 14;
@@ -929,6 +949,36 @@ TEST(DnsName, ReadsManyNamesThatGoOverTheSameWaysByTurns) {
         message->parseName(text);
         ASSERT_EQ(text, i % 2 == 0 ? "one" : "two") << i;
     }
+}
+
+TEST(DnsName, IsRefusedOnceThoseOfItsMessageAreOfFourMebibytes) {
+    std::size_t const allowed = std::size_t{4} << 20;
+    // Every byte is a label's length, as below: a name of 204,799 bytes.
+    std::string const label(63, 'x');
+    std::string const shortName = repeated(label + ".", 6) + label;
+    std::string const shortOnWire = name(shortName) + pointer(12);
+    unsigned int const start = 12 + static_cast<unsigned int>(shortOnWire.size()) + 2 * (20 + 300);
+    unsigned int const end = start + 6400;
+    std::string lanes(end - start, '?');
+    for (unsigned int lane = 0; lane < 32; ++lane)
+        lanes += pointer(lane == 31 ? end + 64 : start + 2 * (lane + 1));
+    lanes += '\0';
+    auto const message =
+        behindHeader(shortOnWire + repeated(pointer(start), 20) + repeated(pointer(12), 300) + lanes);
+    std::size_t total = 0;
+    std::size_t longest = 0;
+    std::string failure;
+    for (;;) {
+        std::string text;
+        failure = failureOf([&] { message->parseName(text); });
+        if (failure != "nothing thrown") break;
+        total += text.size() + 1;
+        longest = std::max(longest, text.size());
+    }
+    EXPECT_EQ(failure, badName);
+    EXPECT_EQ(longest, 32 * 6400U - 1);
+    EXPECT_LE(total, allowed);
+    EXPECT_GT(total + shortName.size() + 1, allowed);
 }
 
 TEST(ResolverMessage, EndsWhenItsNamesOutgrowEveryMeasure) {

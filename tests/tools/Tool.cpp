@@ -25,6 +25,8 @@ namespace {
     for (char const* name : {"XDG_DATA_HOME", "TMPDIR", "NO_COLOR"}) ::unsetenv(name);
     ::setenv("TERM", "xterm", 1);
     ::setenv("LC_ALL", "C", 1);
+    // Built with the thread sanitizer, a command would wait a second at its end for its threads to race.
+    ::setenv("TSAN_OPTIONS", "atexit_sleep_ms=50", 0);
     for (auto const& [name, value] : surroundings.environment) ::setenv(name.c_str(), value.c_str(), 1);
     if (surroundings.fileSize != 0) {
         rlimit const limit{surroundings.fileSize, surroundings.fileSize};
