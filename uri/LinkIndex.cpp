@@ -36,7 +36,8 @@ LinkIndex::Slot& LinkIndex::slotOf(std::string_view text) {
 }
 
 void LinkIndex::grow() {
-    decltype(m_slots) former(std::max(firstSlots, m_slots.size() * growth));
+    std::size_t const times = m_slots.size() < spareSlots ? 4 : 2;
+    decltype(m_slots) former(std::max(firstSlots, m_slots.size() * times));
     m_slots.swap(former);
     std::size_t const mask = m_slots.size() - 1;
     for (Slot const& slot : former) {

@@ -28,14 +28,14 @@ public:
     }
 
 private:
-    static constexpr std::size_t firstSlots = 16, growth = 4;
+    static constexpr std::size_t firstSlots = 16, spareSlots = 256;
 
     /// A table for some hundred links is too large for the heap to have one at hand, and when it is given back
     /// the heap tidies up. So a thread keeps the memory of one.
     template <class T>
     struct Memory {
         using value_type = T;
-        using Spare = SpareBlocks<T[firstSlots * growth * growth], 1>;
+        using Spare = SpareBlocks<T[spareSlots], 1>;
 
         T* allocate(std::size_t count) { return static_cast<T*>(Spare::take(count * sizeof(T))); }
         void deallocate(T* slots, std::size_t count) noexcept { Spare::giveBack(slots, count * sizeof(T)); }
