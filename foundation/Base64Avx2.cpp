@@ -22,9 +22,12 @@ QUILLMARK_AVX2 inline __m256i each(int byte) noexcept {
     return _mm256_set1_epi8(static_cast<char>(byte));
 }
 
-/// The same 16 bytes for both halves.
-QUILLMARK_AVX2 inline __m256i twice(std::array<signed char, 16> const& bytes) noexcept {
-    return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<__m128i const*>(bytes.data())));
+/// A table that a byte is looked up in, by its lower half.
+using Table = std::array<signed char, 16>;
+
+/// The same table for both halves. It is one that stands in memory: others are made anew every time.
+QUILLMARK_AVX2 inline __m256i twice(Table const& table) noexcept {
+    return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<__m128i const*>(table.data())));
 }
 
 QUILLMARK_AVX2 inline __m256i load(void const* bytes) noexcept {
@@ -64,12 +67,12 @@ private:
         // The ranges of the alphabet: 0 to 25, 26 to 51, each of 52 to 63 alone.
         __m256i const range =
             _mm256_sub_epi8(_mm256_subs_epu8(values, each(51)), _mm256_cmpgt_epi8(values, each(25)));
-        __m256i const offsets = twice({'A', 'a' - 26, digit, digit, digit, digit, digit, digit, digit, digit,
-                                       digit, digit, '+' - 62, '/' - 63, 0, 0});
-        return _mm256_add_epi8(values, _mm256_shuffle_epi8(offsets, range));
+        return _mm256_add_epi8(values, _mm256_shuffle_epi8(twice(offsets), range));
     }
 
     static constexpr signed char digit = '0' - 52;
+    static constexpr Table offsets = {'A',   'a' - 26, digit, digit, digit,    digit,    digit, digit,
+                                      digit, digit,    digit, digit, '+' - 62, '/' - 63, 0,     0};
 };
 
 QUILLMARK_AVX2 inline __m128i half(unsigned char const* bytes) noexcept {
@@ -132,21 +135,20 @@ struct Meaning {
         // By the upper half of a byte: which lower halves are characters, and how far those are from
         // their values. "/" is the one that is nearer than its neighbour.
         __m256i const upper = _mm256_and_si256(_mm256_srli_epi32(text, 4), each(15));
-        __m256i const wrongUpper =
-            _mm256_shuffle_epi8(twice({0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10, 0x10, 0x10,
-                                       0x10, 0x10, 0x10, 0x10}),
-                                upper);
-        __m256i const wrongLower =
-            _mm256_shuffle_epi8(twice({0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x13, 0x1a,
-                                       0x1b, 0x1b, 0x1b, 0x1a}),
-                                _mm256_and_si256(text, each(15)));
+        __m256i const wrongUpper = _mm256_shuffle_epi8(twice(uppers), upper);
+        __m256i const wrongLower = _mm256_shuffle_epi8(twice(lowers), _mm256_and_si256(text, each(15)));
         others = static_cast<std::uint32_t>(_mm256_movemask_epi8(
             _mm256_cmpgt_epi8(_mm256_and_si256(wrongUpper, wrongLower), _mm256_setzero_si256())));
         __m256i const slash = _mm256_cmpeq_epi8(text, each('/'));
-        __m256i const distance = _mm256_shuffle_epi8(
-            twice({0, 16, 19, 4, -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0}), _mm256_add_epi8(upper, slash));
-        values = _mm256_add_epi8(text, distance);
+        values = _mm256_add_epi8(text, _mm256_shuffle_epi8(twice(distances), _mm256_add_epi8(upper, slash)));
     }
+
+private:
+    static constexpr Table uppers = {0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08,
+                                     0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10};
+    static constexpr Table lowers = {0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
+                                     0x11, 0x11, 0x13, 0x1a, 0x1b, 0x1b, 0x1b, 0x1a};
+    static constexpr Table distances = {0, 16, 19, 4, -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0};
 };
 
 QUILLMARK_AVX2 inline std::uint32_t whiteSpace(__m256i text) noexcept {
@@ -175,7 +177,8 @@ QUILLMARK_AVX2 inline unsigned char* storeSome(unsigned char* to, __m256i values
 QUILLMARK_AVX2 inline __m256i packed(__m256i values) noexcept {
     __m256i const pairs = _mm256_maddubs_epi16(values, _mm256_set1_epi16(0x0140));
     __m256i const groups = _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00011000));
-    return _mm256_shuffle_epi8(groups, twice({2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1}));
+    static constexpr Table bytes = {2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1};
+    return _mm256_shuffle_epi8(groups, twice(bytes));
 }
 
 /// Stores what 32 values stand for: 24 bytes, and 4 that say nothing.
