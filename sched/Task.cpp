@@ -246,10 +246,12 @@ void TaskMaster::run(Ref<TaskImpl> const& task) {
 }
 
 void TaskMaster::do_thread(uint_t queueId) {
+    ElementQueue* queue = nullptr;  // once it is found: it stays where it is
     for (;;) {
         Handle<ElementImpl> element;
         try {
-            element = queueToPop(queueId).pop();
+            if (!queue) queue = &queueToPop(queueId);
+            element = queue->pop();
             element->do_work();
         } catch (Exception const& e) {
             logCaught(doThread, e);
