@@ -1,5 +1,5 @@
 // An owned array may have more memory behind it than `allocated` says. Callers see the growth in steps
-// that they rely on; the memory itself grows by half, so that appending n bytes moves O(n) bytes.
+// that they rely on; the memory itself doubles, so that appending n bytes moves O(n) bytes.
 
 #include "include2/Buffer"
 
@@ -171,7 +171,7 @@ void grow(BufferImpl& record, std::uint64_t wanted, uint_t limit, uint_t coming 
     if (wanted <= record.allocated) return;
     if (wanted > largest) fail<BufferException>(Refused, here(129));
     if (wanted > record.capacity) {
-        std::uint64_t roomy = record.capacity + record.capacity / 2ULL;
+        std::uint64_t roomy = 2ULL * record.capacity;
         roomy = std::clamp(roomy, wanted, limit != 0 ? limit : largest);
         unsigned char* array = moved(record, roomy);
         if (!array && roomy != wanted) array = moved(record, roomy = wanted);
