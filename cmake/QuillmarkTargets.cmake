@@ -26,7 +26,8 @@ function(quillmark_add_library)
             PRIVATE ${QUILLMARK_IDN_LIBRARY} resolv)
     endforeach()
     target_link_libraries(quillmark PRIVATE $<BUILD_INTERFACE:quillmark_options>)
-    target_link_options(quillmark PRIVATE -Wl,-z,relro,-z,now)
+    # Nor do calls between sources, which would go through a table that every start of a program fills.
+    target_link_options(quillmark PRIVATE -Wl,-z,relro,-z,now,-Bsymbolic-functions)
     if(NOT QUILLMARK_SANITIZE)    # whose runtime the program brings
         target_link_options(quillmark PRIVATE -Wl,--no-undefined)
     endif()
