@@ -138,6 +138,18 @@ void skipUnread(SocketIPC& connection) {
     }
 }
 
+/// Lets the close of a connection that nobody goes on with return at once: the system delivers what is still on its
+/// way, and a peer that takes nothing holds up nobody else.
+void letGo(SocketIPC& connection) noexcept {
+    Socket& socket = connection.socket();
+    if (socket.isNull() || socket.impl()->count() != 1) return;
+    try {
+        ::linger const none{0, 0};
+        socket.setOption(SO_LINGER, &none, sizeof none, SOL_SOCKET);
+    } catch (SocketException const&) {  // its handler has closed it
+    }
+}
+
 /// Lets a handler answer. What it throws goes on.
 void answer(Handler const& handler, SocketIPC& connection, Pdu const& request) {
     try {
@@ -225,6 +237,9 @@ struct Request {
 
     Request(Handler h, SocketIPC&& c, Pdu const& p)
         : handler(std::move(h)), connection(std::move(c)), pdu(p) {}
+    ~Request() { letGo(connection); }
+    Request(Request const&) = delete;
+    Request& operator=(Request const&) = delete;
 };
 
 /// Runs @p entry with @p argument on a thread that cleans up after itself.
@@ -485,6 +500,9 @@ struct Dispatcher::Arrival {
     Clock::time_point const until = Clock::now() + std::chrono::seconds(patience);
 
     explicit Arrival(SocketIPC&& accepted) : connection(std::move(accepted)) {}
+    ~Arrival() { letGo(connection); }
+    Arrival(Arrival const&) = delete;
+    Arrival& operator=(Arrival const&) = delete;
     bool isLate() const { return Clock::now() >= until; }
 };
 

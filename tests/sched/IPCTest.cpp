@@ -1021,6 +1021,28 @@ TEST_F(IpcDispatcher, ARequestWithoutAnEndHoldsNobodyUp) {
     EXPECT_EQ(log.lines(1), std::vector<std::string>{noHandler(0)});
 }
 
+TEST_F(IpcDispatcher, AClientThatDoesNotTakeItsAnswerHoldsNobodyUp) {
+    std::string const large(200'000, 'l');
+    s_dispatcher->add(handlerOf(91, false, [&](SocketIPC& connection, Pdu const&) {
+        int const room = 1 << 20;
+        connection.socket().setOption(SO_SNDBUF, &room, sizeof room, SOL_SOCKET);
+        connection << Pdu(91, bufferOf(large));
+        return 0;
+    }));
+    SocketIPC deaf;
+    int const little = 4096;
+    deaf.socket().setOption(SO_RCVBUF, &little, sizeof little, SOL_SOCKET);
+    deaf.connect(static_cast<int>(s_port));
+    deaf << Pdu(91, 8);
+    auto const start = Clock::now();
+    EXPECT_EQ(answerTo(s_port, Pdu(1, 8)), messageBytes(1, ""));
+    EXPECT_LT(Clock::now() - start, 10s);
+    // It is there all the same.
+    Pdu answer(0, 300'000);
+    EXPECT_EQ(deaf.receive(answer), static_cast<ssize_t>(large.size() + 8));
+    EXPECT_EQ(textOf(answer.data()), large);
+}
+
 TEST_F(IpcDispatcher, AddDoesNotWaitForARequestThatWasPutAside) {
     SocketIPC slow;
     slow.connect(static_cast<int>(s_port));
