@@ -132,6 +132,20 @@ TEST(Uri, IsCleanedUpWhenItIsMade) {
     EXPECT_EQ(Uri("http://www.example.com/\r").asString(), "http://www.example.com/\r");
 }
 
+TEST(UriCleanUp, FindsWhatItDecodesWhereverThatStands) {
+    for (std::size_t more = 0; more <= 50; ++more) {
+        std::string const link = "//a.example/" + std::string(more, 'x');
+        for (std::size_t at = 0; at <= link.size(); ++at) {
+            std::string const front = link.substr(0, at);
+            std::string const back = link.substr(at);
+            EXPECT_EQ(Uri(front + '\n' + back).asString(), link) << at;
+            EXPECT_EQ(Uri("//" + front + "&#120;" + back).asString(), "//" + front + 'x' + back) << at;
+            EXPECT_EQ(Uri(std::string(at, 'a') + "//%78" + std::string(more, 'b')).asString(),
+                      std::string(at, 'a') + "//x" + std::string(more, 'b'));
+        }
+    }
+}
+
 TEST(Uri, TakesAsManyBytesAsItIsTold) {
     EXPECT_EQ(Uri("http://example.com/path", 20).asString(), "http://example.com/p");
     EXPECT_EQ(UriImpl("http://example.com/path", 19).asString(), "http://example.com/");
