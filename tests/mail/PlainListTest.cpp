@@ -52,6 +52,8 @@ TEST(PlainList, FindsNoAddressBehindACommentOrAStringThatHoldsNul) {
              {"(\\", ""},
              {"(", ""},
              {"((a)", ""},
+             {")((a)", ""},
+             {")(a)", "N|x|y.example"},
              {"\"a\" ", "\"a\" N|x|y.example"},
              {"\"a" + nul + "\" ", ""},
              {"\"a\\" + nul + "\" ", ""},

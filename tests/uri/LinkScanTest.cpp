@@ -60,6 +60,7 @@ TEST(LinkScan, MarksBytesOfUtf8AsLongAsNobodyKnowsThem) {
     EXPECT_EQ(marked("a\xc3\xbc.b", HighBytes::InLinks), "    ^");
     EXPECT_EQ(marked("a\xc3\xbc.b", HighBytes::Foreign), "     ");
     EXPECT_EQ(marked("a.\xc3\xbc", HighBytes::InLinks), "  ^ ");
+    EXPECT_EQ(marked("\x80 \x7f \xff", HighBytes::Unseen), "^   ^");
 }
 
 TEST(LinkScan, LooksAtNothingInFrontOfItsBeginning) {

@@ -235,7 +235,7 @@ Row const mailtos[] = {
     {"mailto:a,b@c.example", " (null) | |"},
     {"mailto:a@b@c.example", " (null) | |"},
     {"mailto:a?b@c.example", "a?b c.example | a?b@c.example |"},
-    {"mailto:a?@b.example", "a? b.example | a?@b.example |"},
+    {"mailto:a?@b.example?subject=x", "a? b.example | a?@b.example | subject=x"},
     {"mailto:a,@b.example", " (null) | |"},
     {"mailto:@b.example", " (null) | |"},
     {"mailto: ?subject=x", " (null) | | subject=x"},
