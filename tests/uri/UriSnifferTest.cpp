@@ -59,6 +59,10 @@ Row const runs[] = {
     {"http://u@[::1]:80/a..b", "http://u@[::1]:80/a..b"},
     {"http://[192.0.2.1]:8/", "http://[192.0.2.1]:8/"},
     {"http://[192.0.2.1]/", ""},  // no colon behind the bracket
+    {"http://a.example/[x:y]", "http://a.example/[x:y]"},
+    {"http://a.example/[x:y", ""},
+    {"http://a.example/[x:[y]", ""},
+    {"http://a.example/[[x:y]", "http://a.example/[[x:y]"},
     {"http://[::1[]/", ""},
     {"http://[[::1]/", ""},
     {"http://[::1/", ""},
