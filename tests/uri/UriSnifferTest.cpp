@@ -87,6 +87,7 @@ TEST_F(UriSnifferTest, EndsARunAtEveryByteThatCannotStandInALink) {
 Row const kinds[] = {
     // Markup in front of a link.
     {"//a.example/x", "http://a.example/x"},
+    {"/a.example/x", "http://a.example/x"},
     {"/////www.a.example/x", "http://www.a.example/x"},
     {"href=http://a.example/", "http://a.example/"},
     {"HREF===http://a.example/", "http://a.example/"},
