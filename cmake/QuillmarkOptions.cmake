@@ -6,6 +6,7 @@ option(QUILLMARK_BUILD_BENCH "Build the benchmarks" OFF)
 option(QUILLMARK_BUILD_FUZZ "Build the fuzz targets; takes QUILLMARK_SANITIZE with address" OFF)
 set(QUILLMARK_SANITIZE "" CACHE STRING "Sanitizers, as the compiler names them: address,undefined or thread")
 option(QUILLMARK_COVERAGE "Count executed lines and branches; takes clang" OFF)
+option(QUILLMARK_MEMCHECK "Look at no byte behind a text, for valgrind" OFF)
 set(QUILLMARK_PLATFORM_TARGET "Quillmark::platform" CACHE STRING
     "The target that supplies the platform layer; an appliance names its own")
 
@@ -36,6 +37,9 @@ target_compile_options(quillmark_options INTERFACE
     $<$<BOOL:${QUILLMARK_WERROR}>:-Werror>
     -fstack-protector-strong)
 target_compile_definitions(quillmark_options INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
+if(QUILLMARK_MEMCHECK)
+    target_compile_definitions(quillmark_options INTERFACE QUILLMARK_MEMCHECK)
+endif()
 if(QUILLMARK_SANITIZE)
     target_compile_options(quillmark_options INTERFACE -fsanitize=${QUILLMARK_SANITIZE}
         -fno-omit-frame-pointer -fno-sanitize-recover=all)
