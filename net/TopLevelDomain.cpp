@@ -165,7 +165,7 @@ Handle<DomainNameList> const& unchanging(DomainListKind kind) {
 }
 
 // Trivial, so that looking at it is a read and no call. What it holds is given back by Farewell.
-constinit thread_local DomainLists::Seen seen[kinds] = {};
+[[gnu::tls_model("initial-exec")]] constinit thread_local DomainLists::Seen seen[kinds] = {};
 constinit thread_local bool threadEnds = false;
 
 struct Farewell {

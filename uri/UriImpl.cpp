@@ -110,10 +110,12 @@ constexpr std::size_t mostSpare = 512;
 std::unique_ptr<UriParts> partsOf(std::string_view text) {
     std::unique_ptr<UriParts> parts = SpareParts::take();
     if (!parts) parts = std::make_unique<UriParts>();
-    if (needsCleaning(text))
+    if (needsCleaning(text)) {
         parts->text = UriImpl::convertEncodedChars(UriImpl::convertEscaped(std::string(text)));
-    else
-        parts->text = text;
+    } else {
+        parts->text.clear();  // to append is faster than to assign
+        parts->text += text;
+    }
     return parts;
 }
 
