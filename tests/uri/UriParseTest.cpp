@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <ctime>
+#include <string>
+#include <utility>
 
 #include "include2/Uri"
 #include "tests/support/Support.h"
@@ -338,6 +340,21 @@ TEST(UriParse, TakesLinearTimeAndLittleStackForHostileTexts) {
     for (std::string const& text : texts)
         onSmallStack(64 * 1024, [&] { EXPECT_NE(Uri(text).comparisonString(), "x") << text.substr(0, 20); });
     EXPECT_LT((std::clock() - begin) / CLOCKS_PER_SEC, 60);
+}
+
+TEST(UriParse, FindsTheEndOfAnAuthorityWhereverItIs) {
+    for (std::size_t size = 1; size < 50; ++size) {
+        std::string const host = std::string(size, 'a') + ".example.com";
+        for (std::string const rest : {"", "/", "/p@:[", "?q@:[", "#f@:["})
+            for (auto const& [before, behind] :
+                 {std::pair<std::string, std::string>{"", ""}, {"u@", ""}, {"u:p@", ""}, {"", ":80"}}) {
+                Uri const uri("http://" + before + host + behind + rest);
+                EXPECT_EQ(uri.hostname(), host) << uri.asString();
+                EXPECT_EQ(uri.user(), before.substr(0, 1)) << uri.asString();
+                EXPECT_EQ(uri.port(), behind.empty() ? 0 : 80) << uri.asString();
+                EXPECT_EQ(uri.pathQueryFragment(), rest) << uri.asString();
+            }
+    }
 }
 
 }  // namespace
