@@ -155,7 +155,8 @@ void UriImpl::parse() const {
     UriParts& parts = *m_parts;
     parseUri(parts);
     if (!parts.host.isNull() && !parts.host.idn().empty()) {
-        parts.idn = parts.comparison.empty() ? parts.text : std::exchange(parts.comparison, {});
+        // It is there: no link whose host was converted is its own comparison string.
+        parts.idn = std::exchange(parts.comparison, {});
         parts.idn.swap(parts.text);
     }
     m_parsed = true;
