@@ -59,13 +59,13 @@ BufferImpl* newOwning(void* array, uint_t size, uint_t growStep) {
     return record;
 }
 
-/// Zero-filled. The small arrays that malloc keeps at hand for each thread are not calloc's to give; the
-/// compiler, which would call it here, does not see that it could.
+/// Zero-filled. The small arrays that malloc keeps at hand for each thread are not calloc's to give, and the
+/// compiler would call it all the same if it saw nothing between the two.
 void* zeroed(std::size_t size) {
     constexpr std::size_t small = 1032;
     if (size > small) return std::calloc(size, 1);
-    void* array = std::malloc(size);
-    asm("" : "+r"(array));
+    void* const array = std::malloc(size);
+    asm volatile("" : : : "memory");
     return array ? std::memset(array, 0, size) : nullptr;
 }
 
