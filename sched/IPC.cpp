@@ -46,6 +46,7 @@ constexpr unsigned int intValueType = 3;
 
 constexpr unsigned int requestCapacity = 1024;
 constexpr int patience = 30;                 // seconds, for time-outs and lingering alike
+constexpr unsigned int mostWaiting = 1000;   // connections that are not accepted yet
 constexpr std::uint64_t oneTurn = 1U << 20;  // bytes that are dropped before others get their turn
 
 char const dispatcherText[] = "void Quillmark::IPC::Dispatcher::dispatcher()";
@@ -482,6 +483,9 @@ SocketIPC Dispatcher::listening() const {
     auto const listen = [&] {
         SocketIPC fresh;
         fresh.listen(m_address);
+        // Many may come at once. From a queue of ten that overflows the system drops what it does not bring back
+        // in time.
+        fresh.socket().listen(mostWaiting);
         // A connection without a request is none yet: who connects and is silent costs nothing.
         fresh.socket().setOption(TCP_DEFER_ACCEPT, &patience, sizeof patience, IPPROTO_TCP);
         listener = fresh;
