@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <utility>
 
 namespace Quillmark {
@@ -35,13 +36,14 @@ private:
         // At a fixed distance from the thread's own pointer: to call for its place takes long.
         [[gnu::tls_model("initial-exec")]] static thread_local constinit Slot slot;
         if (slot.own || slot.over) return slot.own;
+        // Elsewhere, since programs that load the library while they run have few bytes left for such variables.
         struct Owner {
-            Spares own;
-            Owner() noexcept { slot.own = &own; }
+            std::unique_ptr<Spares> own{new (std::nothrow) Spares};
+            Owner() noexcept { slot.own = own.get(); }
             ~Owner() { slot = {nullptr, true}; }
         };
-        static thread_local Owner owner;
-        return &owner.own;
+        static thread_local Owner const owner;
+        return slot.own;
     }
 
     std::array<std::unique_ptr<T>, most> m_kept;
