@@ -45,9 +45,10 @@ private:
     };
 
     struct Farewell {
+        Spare& spare;
         ~Farewell() {
-            s_spare.room = 0;
-            while (s_spare.first != nullptr) ::operator delete(pop(s_spare));
+            spare.room = 0;
+            while (spare.first != nullptr) ::operator delete(pop(spare));
         }
     };
 
@@ -60,7 +61,7 @@ private:
 
     static bool open(Spare& spare) noexcept {
         if (spare.opened) return false;
-        static thread_local Farewell const farewell;
+        static thread_local Farewell const farewell{spare};
         spare.opened = true;
         spare.room = most;
         return true;
