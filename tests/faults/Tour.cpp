@@ -433,9 +433,10 @@ std::string values(std::string const&) {
     Exception outer("outer", 5, "file", 8);
     outer.cause(inner);
     std::string const line = Logger::evt_fmt(7, "context", "%s %d", "text", 5);
-    Time const then = Time::then(86400, false);
+    std::time_t const then = Time::then(86400, false).asTimeT();
+    if (then == -1) throw Refused();
     return same("the match", match, true) + same("the pair", pair.value(), "value") +
-           same("the exception", outer.asString().empty(), false) + same("the time", then.asTimeT(), 86400) +
+           same("the exception", outer.asString().empty(), false) + same("the time", then, 86400) +
            same("the line", line.empty(), false);
 }
 
