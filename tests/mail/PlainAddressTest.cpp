@@ -8,10 +8,12 @@
 #include <vector>
 
 #include "include2/HostName"
+#include "tests/support/ExactTexts.h"
 
 namespace {
 
 using namespace Quillmark;
+using QuillmarkTest::onEveryExactText;
 
 // What a kernel finds at the front of a text, as "local|domain", with "+" for a common domain and "^" for
 // capitals; "-" for no address.
@@ -94,14 +96,11 @@ TEST(PlainAddress, EveryKernelFindsWhatThePlainOneFinds) {
     std::mt19937 random(1);
     for (AddressScan const& scan : addressScans()) {
         if (!cpuHas(scan.needs)) continue;
-        for (std::size_t size = 0; size <= 300; ++size) {
-            for (std::size_t offset = 0; offset < 64; ++offset) {
-                std::string const held = someText(random, offset + size);
-                std::vector<char> const exact(held.begin(), held.end());  // so that reading beyond shows
-                std::string_view const text(exact.data() + offset, size);
+        onEveryExactText(
+            0, [&](std::size_t size) { return someText(random, size); },
+            [&](std::string_view text) {
                 ASSERT_EQ(found(scan, text), found(addressScans().back(), text))
                     << testing::PrintToString(std::string(text));
-            }
-        }
+            });
     }
 }

@@ -7,9 +7,12 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/ExactTexts.h"
+
 namespace {
 
 using namespace Quillmark;
+using QuillmarkTest::onEveryExactText;
 
 LinkScan const& plain() {
     return linkScans().back();
@@ -73,20 +76,17 @@ TEST(LinkScan, EveryKernelFindsTheMarksOfThePlainOne) {
     std::mt19937 random(1);
     for (LinkScan const& scan : linkScans()) {
         if (!cpuHas(scan.needs)) continue;
-        for (std::size_t size = 0; size <= 300; ++size) {
-            for (std::size_t offset = 0; offset < 64; ++offset) {
-                std::string const held = someText(random, offset + size);
-                std::vector<char> const exact(held.begin(), held.end());  // so that reading beyond shows
-                std::string_view const text(exact.data() + offset, size);
+        onEveryExactText(
+            0, [&](std::size_t size) { return someText(random, size); },
+            [&](std::string_view text) {
                 auto const highBytes = static_cast<HighBytes>(random() % 3);
-                for (std::size_t from = 0; from <= size;) {
+                for (std::size_t from = 0; from <= text.size();) {
                     std::size_t const mark = plain().nextMark(text, from, highBytes);
                     ASSERT_EQ(scan.nextMark(text, from, highBytes), mark)
                         << testing::PrintToString(std::string(text)) << " from " << from;
                     from = mark + 1 + random() % 4;
                 }
-            }
-        }
+            });
     }
 }
 
@@ -115,20 +115,21 @@ TEST(LinkScan, EveryKernelFindsTheRunsOfThePlainOne) {
     std::mt19937 random(2);
     for (LinkScan const& scan : linkScans()) {
         if (!cpuHas(scan.needs)) continue;
-        for (std::size_t size = 1; size <= 300; ++size) {
-            for (std::size_t offset = 0; offset < 64; ++offset) {
-                std::string held = someText(random, offset + size);
-                for (char& c : held)
-                    if (random() % 4 != 0) c = "aZ9/-~"[random() % 6];    // runs around the length of a block
-                std::vector<char> const exact(held.begin(), held.end());  // so that reading beyond shows
-                std::string_view const text(exact.data() + offset, size);
+        onEveryExactText(
+            1,
+            [&](std::size_t size) {
+                std::string text = someText(random, size);
+                for (char& c : text)
+                    if (random() % 4 != 0) c = "aZ9/-~"[random() % 6];  // runs around the length of a block
+                return text;
+            },
+            [&](std::string_view text) {
                 auto const highBytes = static_cast<HighBytes>(random() % 3);
-                std::size_t const mark = random() % size;
+                std::size_t const mark = random() % text.size();
                 std::size_t const from = random() % (mark + 1);
                 ASSERT_EQ(ranAt(scan, text, from, mark, highBytes),
                           ranAt(plain(), text, from, mark, highBytes))
                     << testing::PrintToString(std::string(text)) << " from " << from << " at " << mark;
-            }
-        }
+            });
     }
 }
