@@ -28,6 +28,9 @@ function(quillmark_add_library)
     target_link_libraries(quillmark PRIVATE $<BUILD_INTERFACE:quillmark_options>)
     # Nor do calls between sources, which would go through a table that every start of a program fills.
     target_link_options(quillmark PRIVATE -Wl,-z,relro,-z,now,-Bsymbolic-functions)
+    # The end of every thread that used the library comes back to it, whoever may have closed it meanwhile.
+    target_link_options(quillmark PRIVATE -Wl,-z,nodelete)
+    target_link_options(quillmark-static INTERFACE LINKER:-z,nodelete)    # a plug-in that it becomes part of
     if(NOT QUILLMARK_SANITIZE)    # whose runtime the program brings
         target_link_options(quillmark PRIVATE -Wl,--no-undefined)
     endif()

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <new>
 
+#include "foundation/ThreadEnd.h"
+
 namespace Quillmark {
 
 /// What a class's operator new and operator delete come down to. Each thread keeps some of the blocks that
@@ -37,19 +39,9 @@ private:
     };
     static_assert(sizeof(T) > sizeof(Block) && alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
 
-    // Trivial, so that it can be looked at when the thread has ended for everybody else.
-    struct Spare {
+    struct Spare : EndsWithThread {
         Block* first;
         std::size_t room;  ///< for more blocks
-        bool opened;       ///< once only: what comes back when the thread has ended goes to the heap
-    };
-
-    struct Farewell {
-        Spare& spare;
-        ~Farewell() {
-            spare.room = 0;
-            while (spare.first != nullptr) ::operator delete(pop(spare));
-        }
     };
 
     static Block* pop(Spare& spare) noexcept {
@@ -60,11 +52,15 @@ private:
     }
 
     static bool open(Spare& spare) noexcept {
-        if (spare.opened) return false;
-        static thread_local Farewell const farewell{spare};
-        spare.opened = true;
+        if (spare.end != nullptr || !ThreadEnd::note(spare, close)) return false;
         spare.room = most;
         return true;
+    }
+
+    static void close(EndsWithThread& ending) noexcept {
+        auto& spare = static_cast<Spare&>(ending);
+        spare.room = 0;
+        while (spare.first != nullptr) ::operator delete(pop(spare));
     }
 
     // At a fixed distance from the thread's own pointer: to call for its place would take as long as the heap.

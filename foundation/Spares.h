@@ -7,6 +7,8 @@
 #include <new>
 #include <utility>
 
+#include "foundation/ThreadEnd.h"
+
 namespace Quillmark {
 
 /// Up to @p most objects of each thread, as they were given back.
@@ -15,38 +17,39 @@ class Spares {
 public:
     /// The one that was given back last; null when there is none.
     static std::unique_ptr<T> take() noexcept {
-        Spares* const spares = ofThread();
+        Spares* const spares = s_kept.spares;
         if (!spares || spares->m_count == 0) return nullptr;
-        return std::move(spares->m_kept[--spares->m_count]);
+        return std::move(spares->m_spares[--spares->m_count]);
     }
 
     /// Keeps or destroys it.
     static void giveBack(std::unique_ptr<T> spare) noexcept {
-        Spares* const spares = ofThread();
-        if (spares && spares->m_count < most) spares->m_kept[spares->m_count++] = std::move(spare);
+        Kept& kept = s_kept;
+        if (!kept.spares && !open(kept)) return;
+        Spares& spares = *kept.spares;
+        if (spares.m_count < most) spares.m_spares[spares.m_count++] = std::move(spare);
     }
 
 private:
-    // Null at the end of a thread, when others still destroy what they hold.
-    static Spares* ofThread() noexcept {
-        struct Slot {
-            Spares* own = nullptr;
-            bool over = false;
-        };
-        // At a fixed distance from the thread's own pointer: to call for its place takes long.
-        [[gnu::tls_model("initial-exec")]] static thread_local constinit Slot slot;
-        if (slot.own || slot.over) return slot.own;
-        // Elsewhere, since programs that load the library while they run have few bytes left for such variables.
-        struct Owner {
-            std::unique_ptr<Spares> own{new (std::nothrow) Spares};
-            Owner() noexcept { slot.own = own.get(); }
-            ~Owner() { slot = {nullptr, true}; }
-        };
-        static thread_local Owner const owner;
-        return slot.own;
+    // Programs that load the library while they run have few bytes left for it: the rest stands elsewhere.
+    struct Kept : EndsWithThread {
+        Spares* spares;
+    };
+
+    static bool open(Kept& kept) noexcept {
+        if (!ThreadEnd::note(kept, close)) return false;
+        kept.spares = new (std::nothrow) Spares;
+        return kept.spares != nullptr;
     }
 
-    std::array<std::unique_ptr<T>, most> m_kept;
+    static void close(EndsWithThread& ending) noexcept {
+        std::unique_ptr<Spares> const last(std::exchange(static_cast<Kept&>(ending).spares, nullptr));
+    }
+
+    // At a fixed distance from the thread's own pointer: to call for its place takes long.
+    [[gnu::tls_model("initial-exec")]] static inline constinit thread_local Kept s_kept{};
+
+    std::array<std::unique_ptr<T>, most> m_spares;
     std::size_t m_count = 0;
 };
 

@@ -11,6 +11,7 @@
 #include <memory>
 #include <utility>
 
+#include "foundation/ThreadEnd.h"
 #include "include2/Logger"
 #include "include2/QuillThread"
 #include "net/DomainLists.h"
@@ -164,22 +165,19 @@ Handle<DomainNameList> const& unchanging(DomainListKind kind) {
     return unchanging<DomainListKind::Internationalised>();
 }
 
-// Trivial, so that looking at it is a read and no call. What it holds is given back by Farewell.
-[[gnu::tls_model("initial-exec")]] constinit thread_local DomainLists::Seen seen[kinds] = {};
-constinit thread_local bool threadEnds = false;
-
-struct Farewell {
-    bool isNeeded = false;
-
-    ~Farewell() {
-        threadEnds = true;
-        for (DomainLists::Seen& last : seen) {
-            if (last.list) last.list->release();
-            last = {};
-        }
-    }
+/// The lists that a thread saw last.
+struct LastSeen : EndsWithThread {
+    DomainLists::Seen of[kinds];
 };
-thread_local Farewell farewell;
+// Looking at it is a read and no call.
+[[gnu::tls_model("initial-exec")]] constinit thread_local LastSeen lastSeen{};
+
+void forget(EndsWithThread& ending) noexcept {
+    for (DomainLists::Seen& last : static_cast<LastSeen&>(ending).of) {
+        if (last.list) last.list->release();
+        last = {};
+    }
+}
 
 /// For each kind, how many lists were published, in the upper half, and the generation of the present one.
 constinit std::atomic<std::uint64_t> stamps[kinds] = {};
@@ -209,9 +207,8 @@ public:
             shared.store(stamp, std::memory_order_release);
         }
         Handle<DomainNameList> list = m_slots[m_index];
-        if (!threadEnds) {
-            farewell.isNeeded = true;
-            DomainLists::Seen& last = seen[numberOf(kind)];
+        if (ThreadEnd::note(lastSeen, forget)) {
+            DomainLists::Seen& last = lastSeen.of[numberOf(kind)];
             if (last.list) last.list->release();
             list->addReference();
             last = {stamp, list.get()};
@@ -240,7 +237,7 @@ Ref<List> present(DomainListKind kind) {
 DomainLists::DomainLists() noexcept
     : m_area(__atomic_load_n(&nCfg_debug_zone, __ATOMIC_ACQUIRE)),
       m_generation(m_area ? generationOf(m_area) : 0),
-      m_seen(seen) {}
+      m_seen(lastSeen.of) {}
 
 DomainNameList* DomainLists::seenList(DomainListKind kind) const noexcept {
     Seen const& last = m_seen[numberOf(kind)];

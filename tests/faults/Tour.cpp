@@ -1,17 +1,21 @@
 #include "tests/faults/Tour.h"
 
 #include <arpa/inet.h>
+#include <pthread.h>
 #include <sched.h>
 #include <time.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <exception>
 #include <list>
 #include <memory>
 #include <numeric>
+#include <optional>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include "include2/Base64Media"
 #include "include2/Buffer"
@@ -381,6 +385,37 @@ std::string threads(std::string const&) {
     return same("the work", work->done.load(), true) + same("the semaphore", waited, true);
 }
 
+/// All that a process has, but for the few that the C library holds memory for in every thread.
+[[maybe_unused]] bool const areKeysTaken = [] {
+    constexpr int inEveryThread = 32;
+    pthread_key_t key{};
+    bool isTaken = true;
+    for (int at = 0; at < inEveryThread; ++at) isTaken = ::pthread_key_create(&key, nullptr) == 0;
+    return isTaken;
+}();
+
+/// What a thread keeps for its next objects has to be noted when it first gives one back, which takes memory.
+std::string firstInThread(std::string const& directory) {
+    std::string wrong;
+    std::exception_ptr failure;
+    auto const work = [&] {
+        try {
+            wrong = addresses(directory) + addressesFromC(directory) + links(directory) + hosts(directory) +
+                    dnsMessage(directory);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+    };
+    std::optional<std::thread> thread;
+    {
+        Spared const spared;
+        thread.emplace(work);
+    }
+    thread->join();
+    if (failure) std::rethrow_exception(failure);
+    return wrong;
+}
+
 /// Waits that nobody ends but the clock.
 std::string waits(std::string const&) {
     using namespace std::chrono_literals;
@@ -559,6 +594,7 @@ constexpr Service services[] = {
     {"Sockets", sockets},
     {"Requests", requests},
     {"Threads", threads},
+    {"FirstInThread", firstInThread},
     {"Waits", waits},
     {"Periods", periods},
     {"Values", values},

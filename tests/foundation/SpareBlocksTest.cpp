@@ -1,6 +1,7 @@
 #include "foundation/SpareBlocks.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <set>
 #include <thread>
@@ -74,14 +75,21 @@ TEST(SpareBlocks, TakeWhatAnotherThreadMade) {
     });
 }
 
+namespace {
+
+void giveBackAtLast(void* block) {
+    Spare::giveBack(block, sizeof(Small));  // a leak, were it kept
+}
+
+}  // namespace
+
 TEST(SpareBlocks, GoToTheHeapWhenTheThreadHasEnded) {
-    struct Late {
-        void* block = nullptr;
-        ~Late() { Spare::giveBack(block, sizeof(Small)); }  // a leak, were it kept
-    };
-    onNewThread([] {
-        thread_local Late late;  // made first, so destroyed behind what is kept
-        late.block = taken(1).front();
-        giveBack(taken(1));
+    onNewThread([] { giveBack(taken(1)); });  // so that the key that is made now comes last
+    pthread_key_t key{};
+    ASSERT_EQ(::pthread_key_create(&key, giveBackAtLast), 0);
+    onNewThread([&] {
+        EXPECT_EQ(::pthread_setspecific(key, taken(1).front()), 0);
+        giveBack(taken(2));
     });
+    ::pthread_key_delete(key);
 }
