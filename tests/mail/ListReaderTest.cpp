@@ -214,6 +214,7 @@ TEST(HeaderList, TakesASpecialByteBehindADomainThatHasNoAsciiForm) {
         {"a@b.\xd7\x90z;", "a|b.\xd7\x90z;"},
         {"a@b.\xd7\x90z@", "a|b.\xd7\x90z@"},
         {"a@b.\xd7\x90z<", "a|b.\xd7\x90z<"},
+        {"a@b.\xd7\x90z\n. ", "a|b.\xd7\x90z\n"},
         {"<a@b.\xd7\x90z;>", ""},
         {"a@b\xc3\xbc;", ""},
     });
