@@ -99,11 +99,17 @@ void SocketImpl::SocketPoll::s_poll(pollfd& poll, int timeout) {
 
 SocketImpl::SocketImpl(int type, bool synchronised, bool create, int domain)
     : m_lock(synchronised ? std::make_unique<Mutex>() : nullptr), m_type(type) {
-    if (create) adopt(checked(::socket(domain, type | SOCK_CLOEXEC, 0)));
+    if (create) this->create(domain, (type & SOCK_NONBLOCK) == 0);
+}
+
+void SocketImpl::create(int domain, bool blocked) {
+    close();
+    int const mode = blocked ? 0 : SOCK_NONBLOCK;
+    adopt(checked(::socket(domain, m_type | SOCK_CLOEXEC | mode, 0)), blocked);
 }
 
 SocketImpl::~SocketImpl() {
-    close();
+    drop();
 }
 
 /// The descriptor for a system call.
@@ -112,17 +118,11 @@ int SocketImpl::open() const {
     return m_descriptor;
 }
 
-/// Takes a new descriptor, whatever mode it is in.
-void SocketImpl::adopt(int descriptor) {
-    int const flags = ::fcntl(descriptor, F_GETFL);
-    if (flags == -1) {
-        int const error = errno;
-        ::close(descriptor);
-        failSystem(error);
-    }
+/// Takes a new descriptor.
+void SocketImpl::adopt(int descriptor, bool blocked) noexcept {
     m_descriptor = descriptor;
     m_open = true;
-    m_blocked = (flags & O_NONBLOCK) == 0;
+    m_blocked = blocked;
 }
 
 void SocketImpl::matchBlocking() {
@@ -166,7 +166,23 @@ void SocketImpl::connect(SocketAddress const& address) {
         if (pending && !finishConnect() && m_timeout != 0) failSystem(ETIME);
     }
     m_remote = address;
-    m_local = nameOf(m_descriptor);
+    m_isLocalKnown = false;  // hardly anybody asks
+    if (synchronised()) learnLocal();
+}
+
+/// Where the system has bound the descriptor. A socket that threads share learns it early, since they may ask at once.
+void SocketImpl::learnLocal() const {
+    m_local = m_open ? nameOf(m_descriptor) : SocketAddress();
+    m_isLocalKnown = true;
+}
+
+SocketAddress const& SocketImpl::localAddr() const noexcept {
+    try {
+        if (!m_isLocalKnown) learnLocal();
+    } catch (std::bad_alloc const&) {  // null now, and asked again
+        m_local = SocketAddress();
+    }
+    return m_local;
 }
 
 void SocketImpl::bind(SocketAddress const& address, bool reuse) {
@@ -176,31 +192,33 @@ void SocketImpl::bind(SocketAddress const& address, bool reuse) {
     checked(::bind(open(), address, address.size()));
     // A port of 0 was left to the system to choose.
     m_local = address.isINET() ? nameOf(m_descriptor) : address;
+    m_isLocalKnown = true;
 }
 
 void SocketImpl::listen(unsigned int backlog) {
     checked(::listen(open(), static_cast<int>(std::min<unsigned int>(backlog, INT_MAX))));
 }
 
-void SocketImpl::accept(SocketImpl& connection) {
+void SocketImpl::accept(SocketImpl& connection, bool blocked) {
     connection.close();
     matchBlocking();
     sockaddr_storage record{};
     auto* const peer = reinterpret_cast<sockaddr*>(&record);
+    int const flags = SOCK_CLOEXEC | (blocked ? 0 : SOCK_NONBLOCK);
     int descriptor = -1;
     int error = EAGAIN;
     // It is tried first; with a blocking socket it waits itself.
     for (;;) {
         do {
             socklen_t length = sizeof record;
-            descriptor = ::accept4(open(), peer, &length, SOCK_CLOEXEC);
+            descriptor = ::accept4(open(), peer, &length, flags);
             error = errno;
         } while (descriptor == -1 && error == EINTR);
         if (descriptor != -1 || m_timeout == 0 || (!wouldBlock(error) && error != ECONNABORTED)) break;
         readable();  // whatever it says: accept knows best
     }
     if (descriptor == -1) failSystem(error);
-    connection.adopt(descriptor);
+    connection.adopt(descriptor, blocked);
     connection.m_remote = SocketAddress(*peer, false);
 }
 
@@ -253,8 +271,10 @@ ssize_t SocketImpl::receive(unsigned char* bytes, unsigned int count) {
 ssize_t SocketImpl::receive(unsigned char* bytes, unsigned int count, Clock::time_point until) {
     Synchronized const turn(m_lock.get());
     setBlocked(until == Clock::time_point::max());
-    return receiveOnce(bytes, count, 0,
-                       [&] { return SocketPoll(open()).readable(millisecondsUntil(until)); });
+    return receiveOnce(bytes, count, 0, [&] {
+        bool const isPast = until == Clock::time_point::min();
+        return !isPast && SocketPoll(open()).readable(millisecondsUntil(until));
+    });
 }
 
 ssize_t SocketImpl::readline(unsigned char* bytes, unsigned int max) {
@@ -290,6 +310,12 @@ ssize_t SocketImpl::readline(unsigned char* bytes, unsigned int max, unsigned in
 }
 
 void SocketImpl::close() noexcept {
+    KeepErrno const keep;
+    (void)localAddr();  // it can still be asked for
+    drop();
+}
+
+void SocketImpl::drop() noexcept {
     KeepErrno const keep;
     if (m_open) ::close(m_descriptor);
     m_open = false;

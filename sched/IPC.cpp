@@ -127,6 +127,12 @@ ssize_t skip(Socket& socket, std::uint64_t& received, std::uint64_t length, Cloc
     return result;
 }
 
+/// Messages are written whole, so there is nothing to wait for.
+void sendAtOnce(Socket& socket) {
+    int const on = 1;
+    socket.setOption(TCP_NODELAY, &on, sizeof on, IPPROTO_TCP);
+}
+
 /// Takes what a peer sent beyond its request, since closing over unread bytes would take the answer back.
 /// A peer that does not stop is left to its fate.
 void skipUnread(SocketIPC& connection) {
@@ -322,10 +328,9 @@ int PduIntValue::value() const {
     return value;
 }
 
-SocketIPC::SocketIPC() : m_socket(Socket::Stream, false, true, AF_INET) {
-    // Requests and answers are written whole, so there is nothing to wait for. Connections inherit this.
-    int const on = 1;
-    m_socket.setOption(TCP_NODELAY, &on, sizeof on, IPPROTO_TCP);
+SocketIPC::SocketIPC() : m_socket(Socket::Stream, false, false, AF_INET) {
+    // A client waits with a time-out, which needs this mode; a listener changes it once.
+    m_socket.impl()->create(AF_INET, false);
 }
 
 SocketIPC::SocketIPC(Socket socket) noexcept : m_socket(std::move(socket)) {}
@@ -334,6 +339,7 @@ SocketIPC::~SocketIPC() = default;
 
 void SocketIPC::listen(SocketAddress const& address) {
     constexpr unsigned int backlog = 10;
+    sendAtOnce(m_socket);  // connections inherit this
     m_socket.bind(address, true);
     m_socket.listen(backlog);
 }
@@ -358,6 +364,9 @@ SocketIPC SocketIPC::accept() {
 
 ssize_t SocketIPC::send(Pdu const& pdu) {
     if (pdu.length() < headerSize) fail("SocketIPC::send", Refused, here(0), "Buffer is too small");
+    // The first message is sent at once anyway, and most connections have no other.
+    if (m_sent == Sent::One) sendAtOnce(m_socket);
+    m_sent = m_sent == Sent::None ? Sent::One : Sent::More;
     return m_socket.send(pdu(), pdu.length());
 }
 
@@ -486,8 +495,7 @@ SocketIPC Dispatcher::listening() const {
         // Many may come at once. From a queue of ten that overflows the system drops what it does not bring back
         // in time.
         fresh.socket().listen(mostWaiting);
-        // A connection without a request is none yet: who connects and is silent costs nothing.
-        fresh.socket().setOption(TCP_DEFER_ACCEPT, &patience, sizeof patience, IPPROTO_TCP);
+        fresh.socket().linger(patience);  // connections inherit this
         listener = fresh;
     };
     while (!survives(listen, Pause::AfterAnyFailure)) {
@@ -500,7 +508,6 @@ struct Dispatcher::Arrival {
     SocketIPC connection;
     Pdu request{receiveType, requestCapacity};
     std::uint64_t received = 0;
-    bool isNew = true;
     Clock::time_point const until = Clock::now() + std::chrono::seconds(patience);
 
     explicit Arrival(SocketIPC&& accepted) : connection(std::move(accepted)) {}
@@ -571,9 +578,11 @@ void Dispatcher::dispatcher() {
             survives([&] { hasConnected = arrivals.wait(listener, ready); }, Pause::AfterAnyFailure);
         }
         for (Arrivals::Place* const place : ready) {
-            if (place->get() != inHand) inHand = nullptr;
-            survives([&] { attend(*place, (*place)->isLate()); });
-            if (!*place) inHand = nullptr;
+            Arrival const* const one = place->get();
+            bool const isNew = one->received == 0;
+            survives([&] { attend(*place, one->isLate()); });
+            bool const isWaitedFor = *place && (isNew ? one->received != 0 : one == inHand);
+            inHand = isWaitedFor ? one : nullptr;
         }
         arrivals.close();
         if (!hasConnected) continue;
@@ -581,13 +590,15 @@ void Dispatcher::dispatcher() {
         Arrivals::Place newcomer;
         // What cannot be accepted now, for want of descriptors, cannot be accepted at once either.
         survives([&] { newcomer = accepted(listener, !arrivals.isEmpty()); }, Pause::AfterAnyFailure);
-        if (newcomer) survives([&] { attend(newcomer, false); });
+        // Who is alone has hardly had the time to ask.
+        if (newcomer && !arrivals.isEmpty()) survives([&] { attend(newcomer, false); });
         if (!newcomer) continue;
         // The time of whoever came first is over when there is no room, so that there always is some.
         if (arrivals.isFull()) survives([&] { attend(arrivals.oldest(), true); });
         arrivals.close();
         Arrival const* const slow = newcomer.get();
-        if (survives([&] { arrivals.add(std::move(newcomer)); })) inHand = slow;
+        if (!survives([&] { arrivals.add(std::move(newcomer)); })) continue;
+        if (slow->received != 0) inHand = slow;  // who has said nothing has not asked
     }
 }
 
@@ -595,7 +606,11 @@ void Dispatcher::dispatcher() {
 std::unique_ptr<Dispatcher::Arrival> Dispatcher::accepted(SocketIPC& listener, bool other) {
     listener.socket().timeout(other ? 0 : -1);
     try {
-        return std::make_unique<Arrival>(listener.accept());
+        // A connection of the dispatcher is never waited for without an end.
+        auto* const connection = new SocketImpl(Socket::Stream, false, false, AF_UNSPEC);
+        Socket socket(connection, false);
+        listener.socket().impl()->accept(*connection, false);
+        return std::make_unique<Arrival>(SocketIPC(std::move(socket)));
     } catch (SocketException const& e) {
         if (other && (e.error() == EAGAIN || e.error() == ECONNABORTED)) return nullptr;
         throw;
@@ -612,11 +627,8 @@ void Dispatcher::attend(std::unique_ptr<Arrival>& place, bool isLate) {
     Handler handler;
     {
         Synchronized const busy(m_lock);
-        if (std::exchange(arrival->isNew, false)) {
-            connection.socket().linger(patience);
-            connection.socket().timeout(patience);
-        }
-        constexpr Clock::time_point withoutWaiting;
+        connection.socket().timeout(patience);
+        constexpr auto withoutWaiting = Clock::time_point::min();
         ssize_t const received =
             connection.receive(arrival->request, arrival->received, withoutWaiting, oneTurn);
         if (received < 0 && !isLate) {

@@ -468,24 +468,42 @@ TEST(Socket, AcceptThatFailsLeavesNoDescriptor) {
     EXPECT_EQ(connection.descriptor(), 0);
 }
 
-TEST(Socket, AcceptReadsTheModeOfWhatItGot) {
+TEST(Socket, AcceptGivesTheModeThatIsAskedFor) {
     Socket listener = stream();
     listener.bind(loopback(), true);
     listener.listen(1);
-    Socket client = stream();
-    client.connect(listener.localAddr());
-    SocketImpl connection(SOCK_STREAM, false, false, AF_INET);
-    {
-        // The listener's own mode is known; the next answer is for the connection.
-        Prepared const nonblocking("fcntl", O_RDWR | O_NONBLOCK, 0);
-        listener.impl()->accept(connection);
+    for (bool const blocked : {true, false}) {
+        Socket client = stream();
+        client.connect(listener.localAddr());
+        Socket const connection(new SocketImpl(SOCK_STREAM, false, false, AF_INET), false);
+        listener.impl()->accept(*connection.impl(), blocked);
+        EXPECT_EQ(blocking(connection), blocked);
+        connection.impl()->timeout(blocked ? -1 : 0);  // which is its mode, so nothing is changed
+        Prepared const unused("fcntl", -1, EIO);
+        unsigned char byte = 0;
+        client << "x";
+        EXPECT_EQ(connection.impl()->receive(&byte, 1), 1);
+        EXPECT_EQ(unused.left(), 1);
     }
-    connection.timeout(0);  // the mode that the connection seems to be in, so nothing is changed
-    Prepared const unused("fcntl", -1, EIO);
-    unsigned char byte = 0;
-    client << "x";
-    EXPECT_EQ(connection.receive(&byte, 1), 1);
-    EXPECT_EQ(unused.left(), 1);
+}
+
+TEST(Socket, CreateClosesWhatWasOpen) {
+    std::size_t const before = openDescriptors();
+    Socket const socket = stream();
+    for (bool const blocked : {false, true}) {
+        socket.impl()->create(AF_INET, blocked);
+        EXPECT_EQ(blocking(socket), blocked);
+        EXPECT_EQ(::fcntl(socket.descriptor(), F_GETFD), FD_CLOEXEC);
+        EXPECT_EQ(openDescriptors(), before + 1);
+    }
+}
+
+TEST(Socket, KnowsWhereItWasConnectedFromWhenItIsClosed) {
+    Pair pair;
+    unsigned int const port = pair.server.remoteAddr().asINET().port();
+    EXPECT_NE(port, 0U);
+    pair.client.close();
+    EXPECT_EQ(pair.client.localAddr().asINET().port(), port);
 }
 
 TEST(Socket, SetsItsModeByTheTimeoutAndOnlyWhenItMust) {
@@ -517,10 +535,6 @@ TEST(Socket, ReportsAModeThatCannotBeSet) {
         EXPECT_EQ(failureOf([&] { pair.client.receive(&byte, 1); }),
                   "SocketException( 5 ) , Socket \"Input/output error\"");
     }
-    std::size_t const before = openDescriptors();
-    Prepared const prepared("fcntl", -1, EIO);
-    EXPECT_EQ(numberOf([] { stream(); }), EIO);
-    EXPECT_EQ(openDescriptors(), before);
 }
 
 TEST(Socket, SendsAllOfALargeText) {

@@ -416,8 +416,9 @@ TEST(PduIntValue, RefusesAPayloadThatIsNotANumber) {
     EXPECT_EQ(received.value(), -7);
 }
 
-TEST(SocketIPC, ConnectsWithItsTimesAndWithoutDelay) {
+TEST(SocketIPC, ConnectsWithItsTimesAndSendsWithoutDelay) {
     Ends ends;
+    for (int i = 0; i < 3; ++i) ends.client << Pdu(5, 8);  // the first is never delayed
     EXPECT_EQ(ends.client.socket().type(), Socket::Stream);
     EXPECT_EQ(ends.client.socket().timeout(), 30'000);
     EXPECT_EQ(ends.server.socket().timeout(), -1);
@@ -1041,6 +1042,17 @@ TEST_F(IpcDispatcher, AClientThatDoesNotTakeItsAnswerHoldsNobodyUp) {
     Pdu answer(0, 300'000);
     EXPECT_EQ(deaf.receive(answer), static_cast<ssize_t>(large.size() + 8));
     EXPECT_EQ(textOf(answer.data()), large);
+}
+
+TEST_F(IpcDispatcher, AddDoesNotWaitForWhoHasSaidNothing) {
+    SocketIPC silent;
+    silent.connect(static_cast<int>(s_port));
+    // The dispatcher takes the connection in the meantime.
+    auto const start = Clock::now();
+    while (Clock::now() - start < 300ms) s_dispatcher->add(Handler(new HandlerPing));
+    EXPECT_LT(Clock::now() - start, 10s);
+    silent << Pdu(1, bufferOf("at last"));
+    EXPECT_EQ(answerOf(silent), messageBytes(1, "at last"));
 }
 
 TEST_F(IpcDispatcher, AddDoesNotWaitForARequestThatWasPutAside) {
