@@ -12,7 +12,9 @@ namespace Quillmark::Task {
 void ShortLock::lock() noexcept {
     for (int looks = 40; looks != 0; --looks) {
         int free = 0;
-        if (m_state.compare_exchange_weak(free, 1, std::memory_order_acquire)) return;
+        if (m_state.load(std::memory_order_relaxed) == 0 &&
+            m_state.compare_exchange_weak(free, 1, std::memory_order_acquire))
+            return;
         _mm_pause();
     }
     while (m_state.exchange(2, std::memory_order_acquire) != 0) m_state.wait(2, std::memory_order_relaxed);
