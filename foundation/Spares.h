@@ -36,7 +36,7 @@ private:
         Spares* spares;
     };
 
-    static bool open(Kept& kept) noexcept {
+    [[gnu::noinline]] static bool open(Kept& kept) noexcept {
         if (!ThreadEnd::note(kept, close)) return false;
         kept.spares = new (std::nothrow) Spares;
         return kept.spares != nullptr;

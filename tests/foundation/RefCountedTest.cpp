@@ -147,6 +147,15 @@ TEST(Handle, MovesWithoutTouchingTheCount) {
     EXPECT_FALSE(b);
 }
 
+TEST(Handle, HandsItsReferenceOver) {
+    Handle<Node> a(new Node, false);
+    Node* const node = a.detach();
+    EXPECT_FALSE(a);
+    EXPECT_EQ(a.detach(), nullptr);
+    EXPECT_EQ(node->count(), 1U);
+    node->release();
+}
+
 TEST(Handle, SurvivesAssignmentToItselfAndFromItsOwnInside) {
     Handle<Node> list(new Node, false);
     Handle<Node> const& same = list;
