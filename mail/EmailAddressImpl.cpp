@@ -68,9 +68,8 @@ auto collected(std::string const& text, bool lowerLocal, std::string const& sepa
     return quietly([&] {
         if (separator.empty()) {
             Collection plain;
-            PlainList reader(text, lowerLocal);
-            for (EmailAddress found = reader.next(); !found.isNull(); found = reader.next())
-                plain.append(std::move(found));
+            PlainList reader(text);
+            for (PlainAddress found; reader.next(found);) plain.append(found.make(lowerLocal));
             if (reader.isComplete()) return std::move(plain.all);
         }
         Collection any;

@@ -7,31 +7,44 @@
 #include <string_view>
 
 #include "foundation/Cpu.h"
-#include "include2/EmailAddress"
+#include "mail/AddressMaker.h"
 
 namespace Quillmark {
 
-/// Atoms and dots on both sides of an "@", as most addresses are. What they stand between is not looked at.
+/// Atoms and dots on both sides of an "@", as most addresses are, in one of the forms
+///
+///     local@domain     <local@domain>     name <local@domain>
+///
+/// with a name out of atoms, dots, blanks, quoted strings and comments.
 struct PlainAddress {
-    std::string_view text;  ///< local@domain; the local part is a good one
-    std::size_t sign = 0;   ///< where the "@" is
-    bool hasCapitals = false;
+    std::string_view name;        ///< as written but for the blanks around it; empty without a "<"
+    std::string_view text;        ///< local@domain; the local part is a good one
+    std::size_t sign = 0;         ///< where the "@" is
+    std::size_t end = 0;          ///< of everything, in the text that was read
+    bool hasParentheses = false;  ///< there is a "(" in the name, of a comment or not
+    bool hasCapitals = false;     ///< in local@domain
     /// The domain is a host name at a glance: letters, digits, "-", "." and "_", no number or address, and a
     /// last label of two bytes or more. Others may be one all the same.
     bool hasCommonDomain = false;
 
     std::string_view domain() const noexcept { return text.substr(sign + 1); }
 
-    /// Reads the one that @p from holds at @p at. False when there is none, or none with a good domain.
-    bool read(std::string_view from, std::size_t at);
-    /// @param name  the display name, as it is to be kept
-    EmailAddress make(bool lowerLocal, std::string_view name) const;
+    /// Reads the one that @p from begins with, behind white space. False when there is none, or none with a
+    /// good domain.
+    bool read(std::string_view from);
+    EmailAddress make(bool lowerLocal) const {
+        bool const isAsWritten = !hasCapitals && !hasParentheses;
+        return isAsWritten ? AddressMaker::make(text, sign, name) : makeChanged(lowerLocal);
+    }
+
+private:
+    EmailAddress makeChanged(bool lowerLocal) const;
 };
 
 /// One way of finding a plain address.
 struct AddressScan {
     InstructionSet needs;
-    /// Fills @p address from what @p text begins with. False when there is no "@" behind a good local part.
+    /// Fills @p address from what @p text begins with. False when there is none; the domain is not looked at.
     bool (*scan)(std::string_view text, PlainAddress& address) noexcept;
 };
 

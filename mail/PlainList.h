@@ -5,30 +5,30 @@
 #include <string_view>
 
 #include "include2/EmailAddress"
+#include "mail/PlainAddress.h"
 
 namespace Quillmark {
 
-/// Reads a header value whose addresses, parted by commas, are all of the forms
-///
-///     local@domain     <local@domain>     name <local@domain>
-///
-/// with plain addresses, and names out of atoms, dots, blanks, quoted strings and comments. They come out as
-/// ListReader gives them, in the order of the text and much faster. Whatever else stands in a text
-/// makes it not plain: then ListReader reads it from the beginning.
+/// Reads a header value whose addresses, parted by commas, are all plain. They come out as ListReader gives
+/// them, in the order of the text and much faster. Whatever else stands in a text makes it not plain: then
+/// ListReader reads it from the beginning.
 class PlainList {
 public:
-    PlainList(std::string_view text, bool lowerLocal) noexcept : m_text(text), m_lowerLocal(lowerLocal) {}
+    explicit PlainList(std::string_view text) noexcept : m_text(text) {}
 
-    /// The next address; null at the end, and where the text is not plain.
-    EmailAddress next();
+    /// Reads the next address. False at the end, and where the text is not plain.
+    bool next(PlainAddress& address) {
+        if (isComplete() || !address.read(m_text.substr(m_at))) return false;
+        std::size_t const end = m_at + address.end;
+        if (end != m_text.size() && m_text[end] != ',') return false;
+        m_at = end + 1;
+        return true;
+    }
     /// Everything up to the end of the text was plain.
     bool isComplete() const noexcept { return m_at > m_text.size(); }
 
 private:
-    bool ended(std::size_t at) noexcept;
-
     std::string_view m_text;
-    bool m_lowerLocal;
     std::size_t m_at = 0;  ///< just past the last comma; beyond the text when that was read
 };
 
