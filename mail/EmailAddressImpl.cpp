@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "foundation/Fail.h"
-#include "foundation/SpareBlocks.h"
+#include "mail/AddressMaker.h"
 #include "mail/ListReader.h"
 #include "mail/PathReader.h"
 #include "mail/PlainList.h"
@@ -84,22 +84,13 @@ auto collected(std::string const& text, bool lowerLocal, std::string const& sepa
 }  // namespace
 
 EmailAddressImpl::EmailAddressImpl() = default;
-EmailAddressImpl::EmailAddressImpl(std::string_view local, std::string_view domain,
-                                   std::string_view displayName)
-    : m_local(local), m_domain(domain), m_displayName(displayName) {}
-EmailAddressImpl::~EmailAddressImpl() = default;
 
-using SpareAddresses = SpareBlocks<EmailAddressImpl, 128>;
-
-void* EmailAddressImpl::operator new(std::size_t size) {
-    return SpareAddresses::take(size);
-}
-
-void EmailAddressImpl::operator delete(void* memory, std::size_t size) noexcept {
-    SpareAddresses::giveBack(memory, size);
+EmailAddressImpl::~EmailAddressImpl() {
+    AddressMaker::show(*this, true);
 }
 
 void EmailAddressImpl::local(std::string const& text, bool lower) {
+    m_isPlain = false;
     if (lower) {
         copyStringToLower(text, m_local, 0, std::string::npos);
     } else {
@@ -108,10 +99,12 @@ void EmailAddressImpl::local(std::string const& text, bool lower) {
 }
 
 void EmailAddressImpl::domain(std::string const& text) {
+    m_isPlain = false;
     copyStringToLower(text, m_domain, 0, std::string::npos);
 }
 
 void EmailAddressImpl::displayName(std::string const& text) {
+    m_isPlain = false;
     m_displayName = text;
 }
 
@@ -140,7 +133,11 @@ void EmailAddressImpl::once(Made text, Make make) const {
 
 std::string const& EmailAddressImpl::address() const {
     if (m_local.empty()) return m_address;  // and it may yet get a local part
-    once(MadeAddress, [this] { m_address = m_domain.empty() ? m_local : m_local + '@' + m_domain; });
+    once(MadeAddress, [this] {
+        m_address.reserve(m_local.size() + 1 + m_domain.size());
+        m_address = m_local;
+        if (!m_domain.empty()) (m_address += '@') += m_domain;
+    });
     return m_address;
 }
 
@@ -148,7 +145,9 @@ std::string const& EmailAddressImpl::asString() const {
     std::string const& joined = address();
     if (m_displayName.empty() && joined.empty()) return m_asString;
     once(MadeText, [&] {
-        if (!m_displayName.empty()) m_asString = m_displayName + " <" + joined + '>';
+        if (m_displayName.empty()) return;
+        m_asString.reserve(m_displayName.size() + 3 + joined.size());
+        (((m_asString = m_displayName) += " <") += joined) += '>';
     });
     return m_asString.empty() ? joined : m_asString;
 }
@@ -164,9 +163,17 @@ bool EmailAddressImpl::operator<(EmailAddressImpl const& other) const {
 EmailAddress::EmailAddress(EmailAddressImpl* impl, bool addReference) noexcept : m_impl(impl, addReference) {}
 EmailAddress::EmailAddress(EmailAddress const& other) noexcept = default;
 EmailAddress::EmailAddress(EmailAddress&& other) noexcept = default;
-EmailAddress& EmailAddress::operator=(EmailAddress const& other) noexcept = default;
-EmailAddress& EmailAddress::operator=(EmailAddress&& other) noexcept = default;
-EmailAddress::~EmailAddress() = default;
+EmailAddress& EmailAddress::operator=(EmailAddress const& other) noexcept {
+    EmailAddress(other).m_impl.swap(m_impl);
+    return *this;
+}
+EmailAddress& EmailAddress::operator=(EmailAddress&& other) noexcept {
+    EmailAddress(std::move(other)).m_impl.swap(m_impl);
+    return *this;
+}
+EmailAddress::~EmailAddress() {
+    if (m_impl) AddressMaker::drop(m_impl.detach());
+}
 
 EmailAddress EmailAddress::rfc5321Parse(std::string const& text, bool requireBrackets) {
     return quietly([&] {

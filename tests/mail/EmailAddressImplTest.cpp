@@ -165,6 +165,73 @@ TEST(EmailAddress, SharesItsImplementationWithItsCopies) {
     EXPECT_TRUE(std::has_virtual_destructor_v<EmailAddress>);
 }
 
+// Addresses are made of those that went before them.
+TEST(EmailAddress, ShowsNothingOfAnEarlierOne) {
+    std::string many;
+    for (int i = 0; i < 300; ++i) many += "\"Last, First\" <a.longer.local.part@a-longer-domain.example>, ";
+    for (int round = 0; round < 3; ++round) {
+        for (EmailAddress const& address : EmailAddress::rfc5322ParseList(many + "z@y.example", false))
+            address.asString();
+        for (EmailAddress const& address : EmailAddress::rfc5322ParseList(many, false)) {
+            EXPECT_EQ(address.address(), "a.longer.local.part@a-longer-domain.example");
+            EXPECT_EQ(address.asString(), "\"Last, First\" <a.longer.local.part@a-longer-domain.example>");
+        }
+        std::list<EmailAddress> const bare = EmailAddress::rfc5322ParseList("a@x.example, <c>, N <d@y.example>", false);
+        std::string found;
+        for (EmailAddress const& address : bare)
+            found += address.displayName() + '|' + address.local() + '|' + address.domain() + '|' +
+                     address.address() + '|' + address.asString() + '\n';
+        EXPECT_EQ(found,
+                  "|a|x.example|a@x.example|a@x.example\n"
+                  "|c||c|c\n"
+                  "N|d|y.example|d@y.example|N <d@y.example>\n");
+        EXPECT_EQ(header("a@x.example").asString(), "a@x.example");
+        EXPECT_EQ(EmailAddress::rfc5321Parse("<>", true).asString(), "");
+    }
+}
+
+TEST(EmailAddress, KeepsItsPartsWhereAnotherIsAssignedOver) {
+    EmailAddress first = header("First <a@b.example>");
+    EmailAddress const copy = first;
+    EmailAddress& same = first;
+    first = same;
+    first = std::move(same);
+    EXPECT_EQ(first.asString(), "First <a@b.example>");
+    first = header("Second <c@d.example>");
+    EmailAddress const third = header("Third <e@f.example>");
+    EXPECT_EQ(copy.asString(), "First <a@b.example>");
+    EXPECT_EQ(first.asString(), "Second <c@d.example>");
+    first = third;
+    EXPECT_EQ(header("Fourth <g@h.example>").asString(), "Fourth <g@h.example>");
+    EXPECT_EQ(first.asString(), "Third <e@f.example>");
+    EXPECT_EQ(third.asString(), "Third <e@f.example>");
+}
+
+TEST(EmailAddress, MayGoInAnotherThreadThanTheOneThatMadeIt) {
+    std::string text;
+    for (int i = 0; i < 200; ++i) text += "N <user" + std::to_string(i) + "@example.com>,";
+    std::list<EmailAddress> made = EmailAddress::rfc5322ParseList(text, false);
+    std::list<EmailAddress> const copies = made;
+    std::list<EmailAddress> own = EmailAddress::rfc5322ParseList(text, false);
+    std::thread([&] {
+        made.clear();
+        own.clear();
+        for (EmailAddress const& address : EmailAddress::rfc5322ParseList("x@y.example, z@y.example", false))
+            EXPECT_EQ(address.domain(), "y.example");
+    }).join();
+    int i = 0;
+    for (EmailAddress const& address : copies)
+        EXPECT_EQ(address.asString(), "N <user" + std::to_string(i++) + "@example.com>");
+}
+
+TEST(EmailAddress, MayOutliveWhatItsThreadKeeps) {
+    std::thread([] {
+        thread_local EmailAddress late;  // made first, so destroyed behind what is kept
+        late = header("Late <late@example.com>");
+        EXPECT_EQ(header("a@b.example").address(), "a@b.example");
+    }).join();
+}
+
 TEST(EmailAddress, WritesItsJoinedAddress) {
     std::ostringstream out;
     out << header("N <a@x.example>") << ' ' << EmailAddress::rfc5321Parse("<>", true) << '.';
