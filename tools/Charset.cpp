@@ -24,11 +24,14 @@ bool isConverted(std::string const& charset) {
 
 }  // namespace
 
-ToUtf8::ToUtf8(std::string const& charset) {
-    if (!isConverted(charset)) return;
-    m_converter = ::iconv_open("UTF-8", charset.c_str());
-    if (std::bit_cast<std::intptr_t>(m_converter) == -1) m_converter = nullptr;
+iconv_t noConverter() {
+    return std::bit_cast<iconv_t>(std::intptr_t{-1});
 }
+
+ToUtf8::ToUtf8(std::string const& charset)
+    : ToUtf8(isConverted(charset) ? ::iconv_open("UTF-8", charset.c_str()) : noConverter()) {}
+
+ToUtf8::ToUtf8(iconv_t converter) : m_converter(converter == noConverter() ? nullptr : converter) {}
 
 ToUtf8::~ToUtf8() {
     if (m_converter != nullptr) ::iconv_close(m_converter);

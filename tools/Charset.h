@@ -9,12 +9,17 @@
 
 namespace QuillmarkTool {
 
+/// What there is instead of a converter for a character set that is not known: -1.
+iconv_t noConverter();
+
 /// Converts one text, given piece by piece.
 class ToUtf8 {
 public:
     /// @param charset  as the message names it, in lower case. Text of an unknown one, and of those that
     ///                 are as good as UTF-8 already, passes as it is.
     explicit ToUtf8(std::string const& charset);
+    /// @param converter  to UTF-8, which is closed in the end. With noConverter() text passes as it is.
+    explicit ToUtf8(iconv_t converter);
     ~ToUtf8();
     ToUtf8(ToUtf8 const&) = delete;
     ToUtf8& operator=(ToUtf8 const&) = delete;
@@ -22,6 +27,9 @@ public:
     /// The next piece, converted. Bytes that are no character become "?"; a character that is cut in two
     /// waits for its other half. Good until the next call.
     std::string_view convert(std::string_view piece);
+    bool converts() const { return m_converter != nullptr; }
+    /// Whether the text so far ends within a character.
+    bool isWaiting() const { return !m_rest.empty(); }
 
 private:
     iconv_t m_converter = nullptr;  // null where text passes as it is

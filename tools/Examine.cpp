@@ -18,6 +18,7 @@
 #include "include2/TopLevelDomain"
 #include "include2/UriSniffer"
 #include "tools/Charset.h"
+#include "tools/Words.h"
 
 namespace QuillmarkTool {
 using namespace Quillmark;
@@ -35,7 +36,7 @@ void readHeader(std::vector<Mime::Field> const& fields, MessageReport& report) {
         if (!report.envelope && isNamed(field.name, "Return-Path"))
             report.envelope = Envelope{field.value, parsePath(field.value)};
         if (report.subject.empty() && isNamed(field.name, "Subject"))
-            report.subject = Mime::decodedText(field.value);
+            report.subject = decodedText(field.value);
         if (report.date.empty() && isNamed(field.name, "Date")) report.date = field.value;
         if (report.id.empty() && isNamed(field.name, "Message-ID")) report.id = field.value;
     }
@@ -203,11 +204,12 @@ MessageReport examine(Mime::Message const& message, ExamineOptions const& option
     report.errors = message.faults();
     if (message.fields().empty()) report.errors.emplace_back("no header field: this is no message");
     readHeader(message.fields(), report);
+    report.outerNames = message.outerNames();
 
     UriContainer links;
     for (std::size_t i = 0; i < message.leaves().size(); ++i) {
         Mime::Leaf const& leaf = message.leaves()[i];
-        PartReport part{i + 1, leaf.number, leaf.type, leaf.encodingName, leaf.charset, leaf.fileName,
+        PartReport part{i + 1, leaf.number, leaf.type, leaf.encodingName, leaf.charset, leaf.fileNames,
                         0,     {},          {}};
         links.currentId(part.id);
         try {

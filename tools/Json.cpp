@@ -6,7 +6,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "tools/Mime.h"
+#include "tools/Words.h"
 
 namespace QuillmarkTool {
 namespace {
@@ -133,7 +133,7 @@ std::string spoken(std::string const& displayName) {
         if (quoted && displayName[i] == '\\' && i + 2 < displayName.size()) ++i;
         name.push_back(displayName[i]);
     }
-    return Mime::decodedText(name);
+    return decodedText(name);
 }
 
 void write(std::string& out, Address const& address) {
@@ -156,7 +156,7 @@ void write(std::string& out, PartReport const& part) {
         .add("type", part.type)
         .add("encoding", part.encoding)
         .orNull("charset", part.charset)
-        .orNull("file_name", part.fileName)
+        .orNull("file_name", part.fileNames.empty() ? "" : part.fileNames.front())
         .add("bytes", part.bytes)
         .orNull("md5", part.md5)
         .orNull("error", part.error);

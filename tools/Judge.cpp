@@ -11,6 +11,7 @@
 #include "include2/HostName"
 #include "include2/IPAddress"
 #include "tools/Examine.h"
+#include "tools/Terminal.h"
 
 namespace QuillmarkTool {
 using namespace Quillmark;
@@ -115,6 +116,19 @@ std::string onOneLine(std::string text) {
     return text;
 }
 
+/// A name as it is when the attachment is saved, for programs that leave out what nobody sees and systems that leave
+/// out what stands at the end.
+std::string savedName(std::string const& name) {
+    std::string saved = withoutHidden(name);
+    saved.resize(saved.find_last_not_of(" .") + 1);
+    return saved;
+}
+
+std::string withoutControls(std::string text) {
+    std::erase_if(text, [](unsigned char c) { return c < ' ' || c == 0x7f; });
+    return text;
+}
+
 template <class Number>
 std::optional<Number> number(std::string_view text) {
     Number value{};
@@ -163,13 +177,15 @@ Features featuresOf(MessageReport const& report) {
             features.links.push_back({link.name, link.hasUser});
     for (PartReport const& part : report.parts) {
         if (!part.md5.empty()) features.digests.push_back(part.md5);
-        if (!part.fileName.empty()) features.names.push_back(part.fileName);
+        for (std::string const& name : part.fileNames) features.names.push_back(withoutControls(name));
     }
+    for (std::string const& name : report.outerNames) features.names.push_back(withoutControls(name));
     return features;
 }
 
 std::string Features::asText(std::size_t limit) const {
     static constexpr std::string_view cut = "cut\n";
+    static constexpr std::size_t longestName = 255;
     std::string text;
     bool left = isCut;
     std::set<std::string> written;
@@ -196,7 +212,12 @@ std::string Features::asText(std::size_t limit) const {
         else
             others.push_back(link);
     }
-    for (std::string const& name : names) add("name ", name);
+    for (std::string const& name : names) {
+        // What a file is counts more than how it begins, and no file's name is longer.
+        std::size_t const cutOff = name.size() - std::min(name.size(), longestName);
+        left = left || cutOff != 0;
+        add("name ", name.substr(cutOff));
+    }
     for (Link const& link : others) addLink(link);
     return left ? text.append(cut) : text;
 }
@@ -277,8 +298,13 @@ Verdict Judge::judge(Features const& features) const {
         if (known != m_policy.digests.end())
             offends(Rule::KnownDigest, known->second.empty() ? digest : digest + " " + known->second);
     }
-    for (std::string const& name : features.names)
-        if (m_policy.attachmentNames.match(name, nullptr)) offends(Rule::AttachmentName, name);
+    auto const isUnwanted = [&](std::string const& name) {
+        return m_policy.attachmentNames.match(name, nullptr);
+    };
+    for (std::string const& name : features.names) {
+        std::string const saved = savedName(name);
+        if (isUnwanted(name) || (saved != name && isUnwanted(saved))) offends(Rule::AttachmentName, name);
+    }
     if (!own.empty() && !speaksForSender && !firstStranger.empty())
         offends(Rule::UnrelatedSender, own + " does not link to itself but to " + firstStranger);
 

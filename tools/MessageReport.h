@@ -35,10 +35,10 @@ struct PartReport {
     std::string type;
     std::string encoding;
     std::string charset;
-    std::string fileName;
-    std::uint64_t bytes = 0;  ///< of the decoded content
-    std::string md5;          ///< of the decoded content; empty when that is incomplete
-    std::string error;        ///< why it is
+    std::vector<std::string> fileNames;  ///< in every reading, the likeliest first
+    std::uint64_t bytes = 0;             ///< of the decoded content
+    std::string md5;                     ///< of the decoded content; empty when that is incomplete
+    std::string error;                   ///< why it is
 };
 
 struct LinkReport {
@@ -76,6 +76,7 @@ struct MessageReport {
     std::optional<Envelope> envelope;
     std::vector<AddressField> fields;
     std::vector<PartReport> parts;
+    std::vector<std::string> outerNames;  ///< of what holds parts, in every reading
     std::vector<LinkReport> links;
     std::optional<VerdictReport> verdict;  ///< nothing when nobody judged
     std::vector<std::string> errors;       ///< what is bad about the message; empty for a good one

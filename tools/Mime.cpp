@@ -11,6 +11,9 @@
 #include <optional>
 #include <utility>
 
+#include "tools/Charset.h"
+#include "tools/FileNames.h"
+
 namespace QuillmarkTool::Mime {
 namespace {
 
@@ -136,60 +139,42 @@ struct FreeOptions {
     void operator()(GMimeParserOptions* options) const { g_mime_parser_options_free(options); }
 };
 
-/// The length of the encoded word that the text begins with, or 0. They have 75 bytes at most (RFC 2047); some
-/// mailers write longer ones.
-std::size_t wordLength(std::string_view text) {
-    constexpr std::size_t longest = 1024;
-    text = text.substr(0, longest);
-    std::size_t const charsetEnd = text.find('?', 2);
-    if (charsetEnd == std::string_view::npos || charsetEnd == 2) return 0;
-    std::size_t const encodingEnd = text.find('?', charsetEnd + 1);
-    if (encodingEnd != charsetEnd + 2) return 0;
-    std::size_t const end = text.find("?=", encodingEnd + 1);
-    return end == std::string_view::npos ? 0 : end + 2;
-}
-
-constexpr std::string_view wordOpening = "=?";
-
-/// Whether few places of the text look like an encoded word and are none. Each of them may cost as much as the
-/// whole text.
-bool isTame(std::string_view text) {
-    int untrue = 0;
-    for (std::size_t at = 0; (at = text.find(wordOpening, at)) != std::string_view::npos;) {
-        std::size_t const word = wordLength(text.substr(at));
-        untrue += word == 0;
-        at += std::max(word, wordOpening.size());
+/// The value of a field as it is written. GMime knows it up to a NUL, behind which there may be more; every value
+/// ends with its line.
+std::string rawValue(GMimeHeader* header, GMimeStream* source) {
+    std::string const known = textOf(g_mime_header_get_raw_value(header));
+    gint64 const offset = g_mime_header_get_offset(header);
+    if (known.ends_with('\n') || offset < 0) return known;
+    Owned<GMimeStream> const rest(g_mime_stream_substream(source, offset, -1));
+    std::string field;
+    std::array<char, 4096> block;  // written before it is read
+    for (std::size_t at = 0;;) {
+        ssize_t const count = g_mime_stream_read(rest.get(), block.data(), block.size());
+        if (count > 0) field.append(block.data(), static_cast<std::size_t>(count));
+        for (; (at = field.find('\n', at)) != std::string::npos && at + 1 < field.size(); ++at)
+            if (field[at + 1] != ' ' && field[at + 1] != '\t') break;
+        bool const isWhole = at != std::string::npos && at + 1 < field.size();
+        if (isWhole) field.resize(at + 1);
+        if (isWhole || count <= 0) return field.substr(std::min(field.size(), field.find(':') + 1));
+        if (at == std::string::npos) at = field.size();
     }
-    return untrue <= 8;
 }
 
-/// The parameter of a field that has encoded words in it, although there should be none; null when it has not.
-template <class Content>
-Owned<Content> withWords(GMimePart* part, char const* field,
-                         Content* (*parse)(GMimeParserOptions*, char const*)) {
-    GMimeHeaderList* const list = g_mime_object_get_header_list(GMIME_OBJECT(part));
-    GMimeHeader* const header = g_mime_header_list_get_header(list, field);
-    char const* const raw = header != nullptr ? g_mime_header_get_raw_value(header) : nullptr;
-    if (raw == nullptr || std::strstr(raw, "=?") == nullptr || !isTame(raw)) return {};
-    return Owned<Content>(parse(nullptr, raw));
+/// The names that the fields of an object give it.
+std::vector<std::string> fileNamesOf(GMimeObject* object, GMimeStream* source) {
+    FileNames names;
+    GMimeHeaderList* const list = g_mime_object_get_header_list(object);
+    for (char const* const name : {"Content-Disposition", "Content-Type"}) {
+        for (int i = 0; i < g_mime_header_list_get_count(list); ++i) {
+            GMimeHeader* const header = g_mime_header_list_get_header_at(list, i);
+            if (g_ascii_strcasecmp(g_mime_header_get_name(header), name) == 0)
+                names.read(unfolded(rawValue(header, source)));
+        }
+    }
+    return names.all();
 }
 
-/// The name of an attachment. Mailers write encoded words there, several and next to other text, and so the
-/// fields are read once more for them.
-std::string fileNameOf(GMimePart* part) {
-    std::string name;
-    if (auto const disposition = withWords(part, "Content-Disposition", g_mime_content_disposition_parse))
-        name = textOf(g_mime_content_disposition_get_parameter(disposition.get(), "filename"));
-    if (!name.empty()) return name;
-    GMimeContentDisposition* const known = g_mime_object_get_content_disposition(GMIME_OBJECT(part));
-    bool const isDisposition =
-        known != nullptr && g_mime_content_disposition_get_parameter(known, "filename") != nullptr;
-    auto const type = withWords(part, "Content-Type", g_mime_content_type_parse);
-    if (type && !isDisposition) name = textOf(g_mime_content_type_get_parameter(type.get(), "name"));
-    return name.empty() ? textOf(g_mime_part_get_filename(part)) : name;
-}
-
-Leaf describe(GMimePart* part, std::string number) {
+Leaf describe(GMimePart* part, std::string number, GMimeStream* source) {
     Leaf leaf;
     leaf.number = std::move(number);
     GMimeContentType* const type = g_mime_object_get_content_type(GMIME_OBJECT(part));
@@ -197,7 +182,7 @@ Leaf describe(GMimePart* part, std::string number) {
     leaf.type = lower(textOf(name.get()));
     leaf.isText = leaf.type.starts_with("text/");
     leaf.charset = lower(textOf(g_mime_content_type_get_parameter(type, "charset")));
-    leaf.fileName = fileNameOf(part);
+    leaf.fileNames = fileNamesOf(GMIME_OBJECT(part), source);
     GMimeContentEncoding const encoding = g_mime_part_get_content_encoding(part);
     char const* const encodingName = g_mime_content_encoding_to_string(encoding);
     leaf.encodingName = encodingName != nullptr ? encodingName : "7bit";
@@ -244,15 +229,16 @@ struct Message::State {
     std::vector<Field> fields;
     std::vector<Leaf> leaves;
     std::vector<GMimePart*> parts;  // of the leaves, owned by the message or the root
+    std::vector<std::string> outerNames;
     std::vector<std::string> faults;
     std::int64_t offset = 0;
 
-    void readFields();
-    void readLeaves();
+    void readFields(GMimeStream* source);
+    void readLeaves(GMimeStream* source);
     void takeAsText(GMimeStream* text);
 };
 
-void Message::State::readFields() {
+void Message::State::readFields(GMimeStream* source) {
     // A message leaves the fields about its content to its content.
     std::vector<GMimeObject*> const objects =
         message ? std::vector{GMIME_OBJECT(message.get()), g_mime_message_get_mime_part(message.get())}
@@ -263,15 +249,13 @@ void Message::State::readFields() {
         int const count = g_mime_header_list_get_count(list);
         for (int i = 0; i < count; ++i) {
             GMimeHeader* const header = g_mime_header_list_get_header_at(list, i);
-            char const* const rawValue = g_mime_header_get_raw_value(header);
-            fields.push_back(
-                {textOf(g_mime_header_get_name(header)), unfolded(rawValue != nullptr ? rawValue : "")});
+            fields.push_back({textOf(g_mime_header_get_name(header)), unfolded(rawValue(header, source))});
         }
     }
 }
 
 // The parts from left to right. What waits stands in a list of our own: the depth is the sender's choice.
-void Message::State::readLeaves() {
+void Message::State::readLeaves(GMimeStream* source) {
     struct Waiting {
         GMimeObject* object;
         std::string number;  // of the object itself; empty for the outermost
@@ -282,6 +266,8 @@ void Message::State::readLeaves() {
         waiting.pop_back();
         GMimeObject* const object = next.object;
         if (object == nullptr) continue;
+        if (!GMIME_IS_PART(object))
+            for (std::string& name : fileNamesOf(object, source)) outerNames.push_back(std::move(name));
         if (GMIME_IS_MULTIPART(object)) {
             GMimeMultipart* const multipart = GMIME_MULTIPART(object);
             for (int i = g_mime_multipart_get_count(multipart); i > 0; --i)
@@ -295,7 +281,7 @@ void Message::State::readLeaves() {
             waiting.push_back({content, opens ? number : numbered(number, 1)});
         } else if (GMIME_IS_PART(object)) {
             parts.push_back(GMIME_PART(object));
-            leaves.push_back(describe(parts.back(), next.number.empty() ? "1" : next.number));
+            leaves.push_back(describe(parts.back(), next.number.empty() ? "1" : next.number, source));
         }
     }
 }
@@ -308,7 +294,7 @@ void Message::State::takeAsText(GMimeStream* text) {
         g_mime_data_wrapper_new_with_stream(text, GMIME_CONTENT_ENCODING_DEFAULT));
     g_mime_part_set_content(whole, content.get());
     parts.push_back(whole);
-    leaves.push_back(describe(whole, "1"));
+    leaves.push_back(describe(whole, "1", text));
 }
 
 Message::Message() : m_state(std::make_unique<State>()) {}
@@ -321,6 +307,9 @@ std::vector<Field> const& Message::fields() const {
 }
 std::vector<Leaf> const& Message::leaves() const {
     return m_state->leaves;
+}
+std::vector<std::string> const& Message::outerNames() const {
+    return m_state->outerNames;
 }
 std::vector<std::string> const& Message::faults() const {
     return m_state->faults;
@@ -483,42 +472,20 @@ bool Reader::next(Message& message) {
         if (state.mbox) next->offset = g_mime_parser_get_mbox_marker_offset(state.parser.get());
         state.done = !state.mbox || g_mime_parser_eos(state.parser.get()) != FALSE;
         next->fields = std::move(state.fields);
-        if (next->fields.empty()) next->readFields();
-        next->readLeaves();
+        if (next->fields.empty()) next->readFields(state.stream.get());
+        next->readLeaves(state.stream.get());
     }
     next->faults = state.faults.texts;
     message.m_state = std::move(next);
     return true;
 }
 
-namespace {
-
-std::string decodedPiece(std::string const& text) {
-    if (text.find("=?") == std::string::npos) return text;
-    OwnedText const decoded(g_mime_utils_header_decode_text(nullptr, text.c_str()));
-    return textOf(decoded.get());
-}
-
-}  // namespace
-
-// What begins like an encoded word and is none stays as it is, and parts what is before it from what is
-// behind: GMime would look for its end as far as the text goes, for each anew.
-std::string decodedText(std::string const& text) {
+iconv_t converterFrom(std::string const& charset) {
     ready();
-    std::string decoded;
-    std::size_t begin = 0;
-    for (std::size_t at = 0; (at = text.find(wordOpening, at)) != std::string::npos;) {
-        std::size_t const word = wordLength(std::string_view(text).substr(at));
-        if (word != 0) {
-            at += word;
-            continue;
-        }
-        decoded += decodedPiece(text.substr(begin, at - begin));
-        decoded += wordOpening;
-        at += wordOpening.size();
-        begin = at;
-    }
-    return decoded + decodedPiece(text.substr(begin));
+    // GMime keeps the name on the stack. An empty one would stand for the terminal's, and what is behind a slash
+    // says how to convert.
+    bool const isName = !charset.empty() && charset.size() <= 64 && charset.find('/') == std::string::npos;
+    return isName ? g_mime_iconv_open("UTF-8", charset.c_str()) : noConverter();
 }
 
 }  // namespace QuillmarkTool::Mime

@@ -1,6 +1,8 @@
 #pragma once
 // The structure of a message: its header fields and its leaf parts. The only door to GMime, and used
-// for nothing but structure, encodings that the library does not decode, and encoded words.
+// for nothing but structure, encodings that the library does not decode, and the names of character sets.
+
+#include <iconv.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -30,9 +32,9 @@ struct Leaf {
     std::string type;          ///< "text/html", lower case
     std::string encodingName;  ///< as the message names it, "7bit" when it does not
     std::string charset;       ///< empty when not given
-    std::string fileName;      ///< empty when not given
     bool isText = false;       ///< one of text/*
     Encoding encoding = Encoding::None;
+    std::vector<std::string> fileNames;  ///< in every reading, the likeliest first; empty when not given
 };
 
 /// Takes the next bytes of a content.
@@ -48,6 +50,8 @@ public:
 
     std::vector<Field> const& fields() const;
     std::vector<Leaf> const& leaves() const;
+    /// The names of what holds parts, as a message within this one: some programs offer it whole.
+    std::vector<std::string> const& outerNames() const;
     /// What is wrong with the structure, in order of appearance. Empty for most messages.
     std::vector<std::string> const& faults() const;
     /// Where the message begins in its file.
@@ -92,7 +96,7 @@ private:
     std::unique_ptr<State> m_state;
 };
 
-/// A header's text with its encoded words (RFC 2047) decoded, in UTF-8 as far as it can be.
-std::string decodedText(std::string const& text);
+/// Converts to UTF-8 from a character set as mail names it; -1 for one that is not known.
+iconv_t converterFrom(std::string const& charset);
 
 }  // namespace QuillmarkTool::Mime

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "tools/Mime.h"
+#include "tools/Words.h"
 
 namespace QuillmarkTool {
 namespace {
@@ -30,7 +30,7 @@ private:
 
 std::string nameAndAddress(Address const& address, Painter const& paint) {
     std::string const shown = paint(Style::Strong, harmless(address.address));
-    std::string const name = harmless(Mime::decodedText(address.displayName));
+    std::string const name = harmless(decodedText(address.displayName));
     return name.empty() ? shown : name + " <" + shown + ">";
 }
 
@@ -73,7 +73,8 @@ void writeParts(std::string& out, MessageReport const& report, Painter const& pa
                            std::string(sizes - std::min(sizes, bytes.size()), ' ') + bytes + "  ";
         line += part.error.empty() ? paint(Style::Quiet, part.md5)
                                    : paint(Style::Error, padded("incomplete", 32));
-        if (!part.fileName.empty()) line += "  " + harmless(part.fileName);
+        for (std::string const& name : part.fileNames)
+            line += &name == part.fileNames.data() ? "  " + harmless(name) : " (also " + harmless(name) + ")";
         block.line(line);
     }
 }

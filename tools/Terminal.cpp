@@ -95,6 +95,18 @@ std::string harmless(std::string_view text) {
     return out;
 }
 
+std::string withoutHidden(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size();) {
+        Character const c = characterAt(text, i);
+        bool const isControl = c.valid && (c.code < 0x20 || (c.code >= 0x7f && c.code < 0xa0));
+        if (!isControl && !(c.valid && isHidden(c.code))) out.append(text, i, c.bytes);
+        i += c.bytes;
+    }
+    return out;
+}
+
 std::size_t columnsOf(std::string_view text) {
     // wcwidth knows wide characters in a UTF-8 locale only; the user's own decides nothing else here.
     [[maybe_unused]] static char const* const locale = std::setlocale(LC_CTYPE, "C.UTF-8");

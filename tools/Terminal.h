@@ -33,6 +33,9 @@ bool wantsColour(Colour choice);
 /// "\u{202e}". Mail is written by strangers; none of it reaches a terminal any other way.
 std::string harmless(std::string_view text);
 
+/// The text without the characters that harmless() writes out. Bytes that are no UTF-8 stay.
+std::string withoutHidden(std::string_view text);
+
 /// How many columns of a terminal a harmless text takes.
 std::size_t columnsOf(std::string_view text);
 

@@ -150,6 +150,22 @@ Hostile const rows[] = {
      [](Count n) { return header("To", "\"" + times(n, "=?utf-8?B?w4Y") + "\" <a@example.org>"); }},
     {"encoded words that end late", 5'000,
      [](Count n) { return header("Subject", times(n, "=?utf-8?B?" + std::string(1000, 'A') + "?=")); }},
+    {"encoded words in many character sets", 10'000,
+     [](Count n) { return header("Subject", times(n / 2, "=?iso-8859-1?Q?x?= =?koi8-r?Q?x?= ")); }},
+    {"names of one attachment", 50'000,
+     [](Count n) {
+         std::string type = "text/plain";
+         for (Count i = 0; i < n; ++i) type += "; name=" + std::to_string(i);
+         return body("x", "7bit", type.c_str());
+     }},
+    {"pieces of one name, the last first", 50'000,
+     [](Count n) {
+         std::string type = "text/plain";
+         for (Count i = n; i > 0; --i) type += "; name*" + std::to_string(i - 1) + "*=%C3";
+         return body("x", "7bit", type.c_str());
+     }},
+    {"quotes, escapes and comments in a name", 50'000,
+     [](Count n) { return body("x", "7bit", ("text/plain; name=\"" + times(n, "\\\";a=\"(")).c_str()); }},
     {"links", 200'000, [](Count n) { return body(differentLinks(n)); }},
     {"the same link", 200'000, [](Count n) { return body(times(n, "http://www.example.com/\n")); }},
     {"schemes before schemes", 200'000, [](Count n) { return body(times(n, "http://")); }},

@@ -121,6 +121,60 @@ TEST(ScanVerdict, AsksAboutWhatMattersWhenNotAllLinksFit) {
               "private-link 60 10.0.0.1\ncut 0 more links or names than were looked at\n");
 }
 
+TEST(ScanVerdict, FindsTheNameOfAnAttachmentInEveryDisguise) {
+    Daemon daemon;
+    struct {
+        char const* what;
+        std::string fields;
+        std::string found;  // empty: nothing
+    } const rows[] = {
+        {"a plain name", "Content-Disposition: a; filename=a.exe", "a.exe"},
+        {"a name in capitals", "Content-Disposition: a; filename=A.EXE", "A.EXE"},
+        {"a harmless name", "Content-Disposition: a; filename=a.exe.txt", ""},
+        {"a name cut into padded words",
+         "Content-Disposition: a; filename=\"=?utf-8?B?YQ==?= =?utf-8?B?LmV4ZQ==?=\"", "a.exe"},
+        {"a name that is given twice", "Content-Disposition: a; filename=a.txt; filename=b.exe", "b.exe"},
+        {"another name of the type", "Content-Type: a/b; name=b.exe\nContent-Disposition: a; filename=a.txt",
+         "b.exe"},
+        {"another encoded name", "Content-Disposition: a; filename*=utf-8''b%2Eexe; filename=a.txt", "b.exe"},
+        {"another name before the encoded one", "Content-Disposition: a; filename=a.exe; filename*=''b.txt",
+         "a.exe"},
+        {"a dot and a blank at the end", "Content-Disposition: a; filename=\"a.exe. \"", "a.exe. "},
+        {"a character at the end that nobody sees", "Content-Disposition: a; filename*=utf-8''a.exe%E2%80%AE",
+         "a.exe\xe2\x80\xae"},
+        {"one within", "Content-Disposition: a; filename*=utf-8''a.e%E2%80%8Bxe", "a.e\xe2\x80\x8bxe"},
+        {"writing that is turned round", "Content-Disposition: a; filename*=utf-8''a%E2%80%AEtxt.exe",
+         "a\xe2\x80\xaetxt.exe"},
+        {"a NUL before the end", "Content-Disposition: a; filename*=utf-8''a%00.exe", "a.exe"},
+        {"a NUL behind the name", "Content-Disposition: a; filename*=utf-8''a.exe%00.txt", "a.exe"},
+        {"a control byte within", "Content-Disposition: a; filename*=utf-8''a.e%01x%0Ae", "a.exe"},
+        {"a line end within", "Content-Disposition: a; filename=\"a.\n\texe\"", "a.exe"},
+        {"bytes that are no UTF-8", "Content-Disposition: a; filename*=utf-8''%E9%FF.exe", "?\?.exe"},
+        {"the name of a message within", "Content-Type: message/rfc822; name=a.exe\n\nFrom: b@example.com",
+         "a.exe"},
+        {"the name of a multipart",
+         "Content-Type: multipart/mixed; boundary=c; name=a.exe\n\n--c\n\nx\n--c--", "a.exe"},
+        {"a very long name", "Content-Disposition: a; filename=" + std::string(250, 'x') + "a.exe",
+         std::string(250, 'x') + "a.exe"},
+    };
+    for (auto const& row : rows) {
+        std::string const message =
+            mail("--b\n" + row.fields + "\n\nx\n--b--", "Content-Type: multipart/mixed; boundary=b\n");
+        std::string const wanted = row.found.empty() ? "" : "attachment-name 50 " + row.found + "\n";
+        EXPECT_EQ(reasonsOf(verdictOf(message)), wanted) << row.what;
+        EXPECT_EQ(reasonsOf(verdictOf(message, {"--verdict", daemon.where()})), wanted) << row.what;
+    }
+}
+
+TEST(ScanVerdict, AsksAboutTheEndOfANameThatIsLongerThanAny) {
+    Daemon daemon;
+    std::string const name = std::string(5000, 'x') + ".exe";
+    EXPECT_EQ(reasonsOf(verdictOf(mail("x", "Content-Type: a/b; name=" + name + "\n"),
+                                  {"--verdict", daemon.where()})),
+              "attachment-name 50 " + std::string(251, 'x') +
+                  ".exe\ncut 0 more links or names than were looked at\n");
+}
+
 TEST(ScanVerdict, NeedsTheDaemonThatWasNamed) {
     Ran const ran = quillmark({"scan", "--lists", testLists(), "--verdict", "127.0.0.1:1", examples});
     EXPECT_EQ(ran.status, 2);
