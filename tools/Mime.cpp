@@ -13,6 +13,7 @@
 
 #include "tools/Charset.h"
 #include "tools/FileNames.h"
+#include "tools/ParserStream.h"
 
 namespace QuillmarkTool::Mime {
 namespace {
@@ -139,12 +140,13 @@ struct FreeOptions {
     void operator()(GMimeParserOptions* options) const { g_mime_parser_options_free(options); }
 };
 
-/// The value of a field as it is written. GMime knows it up to a NUL, behind which there may be more; every value
-/// ends with its line.
+/// The value of a field as it is written. GMime knows it up to a NUL, behind which there may be more, and does not see
+/// all of a long one; every value ends with its line.
 std::string rawValue(GMimeHeader* header, GMimeStream* source) {
     std::string const known = textOf(g_mime_header_get_raw_value(header));
     gint64 const offset = g_mime_header_get_offset(header);
-    if (known.ends_with('\n') || offset < 0) return known;
+    bool const isWhole = known.ends_with('\n') && known.size() <= longestCharset;
+    if (isWhole || offset < 0) return known;
     Owned<GMimeStream> const rest(g_mime_stream_substream(source, offset, -1));
     std::string field;
     std::array<char, 4096> block;  // written before it is read
@@ -153,9 +155,9 @@ std::string rawValue(GMimeHeader* header, GMimeStream* source) {
         if (count > 0) field.append(block.data(), static_cast<std::size_t>(count));
         for (; (at = field.find('\n', at)) != std::string::npos && at + 1 < field.size(); ++at)
             if (field[at + 1] != ' ' && field[at + 1] != '\t') break;
-        bool const isWhole = at != std::string::npos && at + 1 < field.size();
-        if (isWhole) field.resize(at + 1);
-        if (isWhole || count <= 0) return field.substr(std::min(field.size(), field.find(':') + 1));
+        bool const isEnd = at != std::string::npos && at + 1 < field.size();
+        if (isEnd) field.resize(at + 1);
+        if (isEnd || count <= 0) return field.substr(std::min(field.size(), field.find(':') + 1));
         if (at == std::string::npos) at = field.size();
     }
 }
@@ -359,6 +361,8 @@ bool Message::read(std::size_t leaf, Sink const& sink) const {
 
 struct Reader::State {
     Owned<GMimeStream> stream;
+    std::vector<std::int64_t> hidden;  // places that the parser does not see
+    Owned<GMimeStream> parsed;         // the same for the parser
     Owned<GMimeParser> parser;
     std::unique_ptr<GMimeParserOptions, FreeOptions> options;
     Faults faults;
@@ -366,7 +370,8 @@ struct Reader::State {
     bool mbox = false;
     bool done = false;
 
-    explicit State(GMimeStream* source) : stream(source), options(g_mime_parser_options_new()) {
+    explicit State(GMimeStream* source)
+        : stream(source), parsed(newParserStream(source, hidden)), options(g_mime_parser_options_new()) {
         g_mime_parser_options_set_warning_callback(options.get(), Faults::collect, &faults);
         // Every field is decoded, needed or not, and what only looks like an encoded word is followed to the
         // end of its field: one of a megabyte that is full of them would take minutes. Strictly, words stand
@@ -379,12 +384,13 @@ struct Reader::State {
         mbox = count == 5 && std::string_view(start.data(), 5) == "From ";
         g_mime_stream_reset(stream.get());
         if (!mbox && GMIME_IS_STREAM_MEM(stream.get())) readHeader();
-        parser.reset(g_mime_parser_new_with_stream(stream.get()));
+        parser.reset(g_mime_parser_new_with_stream(parsed.get()));
         g_mime_parser_set_format(parser.get(), mbox ? GMIME_FORMAT_MBOX : GMIME_FORMAT_MESSAGE);
         // Contents stay in the file until they are read: a large message costs no memory.
         g_mime_parser_set_persist_stream(parser.get(), TRUE);
     }
     void readHeader();
+    void addHidden(Message::State const& message);
     std::int64_t nextMarker(std::int64_t from);
     std::unique_ptr<Message::State> pastTheParser();
 };
@@ -399,8 +405,28 @@ void Reader::State::readHeader() {
     for (RawField const& field : *raw)
         fields.push_back({std::string(text + field.begin, field.colon - field.begin),
                           unfolded({text + field.colon + 1, field.end - field.colon - 1})});
-    g_mime_stream_seek(stream.get(), static_cast<gint64>(gatherContentFields(text, *raw)),
+    g_mime_stream_seek(parsed.get(), static_cast<gint64>(gatherContentFields(text, *raw)),
                        GMIME_STREAM_SEEK_SET);
+}
+
+/// Adds a fault when the parser did not see all of a header: what it then makes of the message may be wrong.
+void Reader::State::addHidden(Message::State const& message) {
+    std::int64_t const end = g_mime_parser_tell(parser.get());
+    auto const next = std::lower_bound(hidden.begin(), hidden.end(), end);
+    auto part = message.parts.begin();
+    bool isInHeader = false;
+    for (auto at = hidden.begin(); at != next; ++at) {
+        GMimeStream const* content = nullptr;
+        for (; part != message.parts.end(); ++part) {
+            GMimeDataWrapper* const wrapper = g_mime_part_get_content(*part);
+            content = wrapper != nullptr ? g_mime_data_wrapper_get_stream(wrapper) : nullptr;
+            if (content != nullptr && (content->bound_end < 0 || content->bound_end > *at)) break;
+            content = nullptr;
+        }
+        isInHeader = isInHeader || content == nullptr || *at < content->bound_start;
+    }
+    hidden.erase(hidden.begin(), next);
+    if (isInHeader) faults.texts.emplace_back("a header field names a character set of more than 16 KiB");
 }
 
 /// Where the next line that begins with "From " begins, or -1.
@@ -432,8 +458,8 @@ std::unique_ptr<Message::State> Reader::State::pastTheParser() {
     piece->offset = begin;
     done = end < 0;
     if (!done) {
-        g_mime_stream_seek(stream.get(), end, GMIME_STREAM_SEEK_SET);
-        g_mime_parser_init_with_stream(parser.get(), stream.get());
+        g_mime_stream_seek(parsed.get(), end, GMIME_STREAM_SEEK_SET);
+        g_mime_parser_init_with_stream(parser.get(), parsed.get());
     }
     return piece;
 }
@@ -474,6 +500,7 @@ bool Reader::next(Message& message) {
         next->fields = std::move(state.fields);
         if (next->fields.empty()) next->readFields(state.stream.get());
         next->readLeaves(state.stream.get());
+        state.addHidden(*next);
     }
     next->faults = state.faults.texts;
     message.m_state = std::move(next);

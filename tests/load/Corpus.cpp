@@ -151,7 +151,17 @@ Hostile const rows[] = {
     {"encoded words that end late", 5'000,
      [](Count n) { return header("Subject", times(n, "=?utf-8?B?" + std::string(1000, 'A') + "?=")); }},
     {"encoded words in many character sets", 10'000,
-     [](Count n) { return header("Subject", times(n / 2, "=?iso-8859-1?Q?x?= =?koi8-r?Q?x?= ")); }},
+     [](Count n) {
+         return header("Subject", times(n / 3, "=?iso-8859-1?Q?x?= =?koi8-r?Q?x?= =?big5?Q?x?= "));
+     }},
+    {"a character set in an encoded word", mega,
+     [](Count n) { return header("Content-Type", "a/b; x=\"=?" + std::string(n, 'x') + "?Q?y?=\""); },
+     "a header field names a character set of more than 16 KiB"},
+    {"a character set of a name", mega,
+     [](Count n) { return header("Content-Disposition", "a; filename*=" + std::string(n, 'x') + "'*=''y"); },
+     "a header field names a character set of more than 16 KiB"},
+    {"signs in front of a character set", mega,
+     [](Count n) { return header("Content-Type", "a/b; x*=\"" + times(n / 4, "*==*") + "=?'\""); }},
     {"names of one attachment", 50'000,
      [](Count n) {
          std::string type = "text/plain";

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <filesystem>
 
+#include "include2/Md5"
 #include "tests/tools/Scans.h"
 #include "tests/tools/Tool.h"
 
@@ -380,6 +381,52 @@ TEST(Scan, DecodesTheNamesOfAttachments) {
         EXPECT_THAT(ran.out, testing::HasSubstr(std::string("\"file_name\":\"") + row.name + "\""))
             << row.parameter;
     }
+}
+
+TEST(Scan, SaysWhenAHeaderFieldNamesAVeryLongCharacterSet) {
+    std::string const fault = "a header field names a character set of more than 16 KiB";
+    std::string const name(20'000, 'x');
+    std::string const word = "=?" + name + "?Q?a?=";
+    std::string const value = "filename*=" + name + "''a.exe";
+    std::string const part = "From: a@example.com\nContent-Type: a/b\n";
+    struct {
+        char const* what;
+        std::string message;
+        std::size_t faults;
+    } const rows[] = {
+        {"in an encoded word", part + "Content-Description: " + word + "\n\nx\n", 1},
+        {"in two", part + "Content-Description: " + word + "\n " + word + "\n\nx\n", 1},
+        {"in a name", part + "Content-Disposition: a; " + value + "\n\nx\n", 1},
+        {"behind a shorter one", part + "Content-Disposition: a; filename*=b*=" + name + "''a.exe\n\nx\n", 1},
+        {"in a part",
+         "From: a@example.com\nContent-Type: multipart/mixed; boundary=b\n\n--b\n\nx\n--b\nX: " + word +
+             "\n\nx\n--b--\n",
+         1},
+        {"in a message of an mbox",
+         "From a\n" + part + "\nx\n\nFrom a\nX: " + word + "\n\nx\n\nFrom a\n" + part + "\nx\n", 1},
+        {"not in a text", part + "\n" + word + "\n" + value + "\n", 0},
+        {"not in the text of a part",
+         "From: a@example.com\nContent-Type: multipart/mixed; boundary=b\n\n--b\n\n" + word + "\n--b\n\n" +
+             value + "\n--b--\n",
+         0},
+        {"not over several fields", part + "Content-Description: =?\nX: " + name + "\nY: ?Q?a?=\n\nx\n", 0},
+        {"not in a shorter one",
+         part + "Content-Description: =?" + std::string(16'000, 'x') + "?Q?a?=\n\nx\n", 0},
+    };
+    for (auto const& row : rows) {
+        Ran const ran = scan({}, {row.message, {}, ""});
+        EXPECT_EQ(under("Error", ran.out), std::vector<std::string>(row.faults, fault)) << row.what;
+    }
+}
+
+TEST(Scan, ReadsContentsThatNameAVeryLongCharacterSetAsTheyAre) {
+    std::string const text = "=?" + std::string(20'000, 'x') + "?Q?a?= *=" + std::string(20'000, 'x') + "''";
+    Ran const ran = scan({}, {"From: a@example.com\nContent-Type: a/b\n\n" + text, {}, ""});
+    Quillmark::Md5Hasher digest;
+    digest.update(reinterpret_cast<unsigned char const*>(text.data()),
+                  static_cast<unsigned int>(text.size()));
+    digest.finalize();
+    EXPECT_THAT(ran.out, testing::HasSubstr(digest.digestAsHexString()));
 }
 
 TEST(Scan, WritesOutWhatATerminalWouldObey) {
