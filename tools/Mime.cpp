@@ -143,7 +143,7 @@ struct FreeOptions {
 /// The value of a field as it is written. GMime knows it up to a NUL, behind which there may be more, and does not see
 /// all of a long one; every value ends with its line.
 std::string rawValue(GMimeHeader* header, GMimeStream* source) {
-    std::string const known = textOf(g_mime_header_get_raw_value(header));
+    std::string known = textOf(g_mime_header_get_raw_value(header));
     gint64 const offset = g_mime_header_get_offset(header);
     bool const isWhole = known.ends_with('\n') && known.size() <= longestCharset;
     if (isWhole || offset < 0) return known;
