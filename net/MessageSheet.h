@@ -3,6 +3,7 @@
 
 #include "foundation/Spares.h"
 #include "include2/Resolver"
+#include "net/Wipe.h"
 #include "net/WireReader.h"
 
 #include <array>
@@ -57,14 +58,14 @@ struct MessageSheet {
     static constexpr std::size_t size = 8192;
     static constexpr std::size_t longestSpareText = 512;  // longer ones are not worth their memory
 
-    std::array<unsigned char, size + WireReader::slack> bytes{};
+    alignas(64) std::array<unsigned char, size + WireReader::slack> bytes{};  // the slack stays 0
     WireReader reader{{bytes.data(), size}};
     SpareEntries<ResolverMessage::Query> queries;
     SpareEntries<ResolverMessage::Record> records;
 
     /// Makes all but the entries like new.
     void clear() {
-        bytes.fill(0);
+        wipe({bytes.data(), size});
         reader.restart();
     }
 };
