@@ -51,7 +51,7 @@ bool isPrivateV4(std::uint8_t const* address) {
 }
 
 bool parse(std::string const& text, ip_mask_t& mask) {
-    return text.find('\0') == std::string::npos && quill_string_to_ipmask(text.c_str(), &mask) == 0;
+    return quill_string_to_ipmask(text.c_str(), &mask) == 0 && text.find('\0') == std::string::npos;
 }
 
 std::string textOf(ip_mask_t const& mask) {

@@ -99,13 +99,13 @@ bool samePrefix(std::uint8_t const* a, std::uint8_t const* b, unsigned int bits)
 }
 
 // Decimal digits for a number up to the limit, or a number past the limit.
-std::uint32_t prefixLength(std::string_view text, std::uint32_t limit) {
+std::uint32_t prefixLength(char const* text, std::uint32_t limit) {
     std::uint32_t const invalid = limit + 1;
-    if (text.empty()) return invalid;
+    if (*text == '\0') return invalid;
     std::uint32_t number = 0;
-    for (char const c : text) {
-        if (c < '0' || c > '9') return invalid;
-        number = number * 10 + static_cast<std::uint32_t>(c - '0');
+    for (; *text != '\0'; ++text) {
+        if (*text < '0' || *text > '9') return invalid;
+        number = number * 10 + static_cast<std::uint32_t>(*text - '0');
         if (number > limit) return invalid;
     }
     return number;
@@ -131,7 +131,7 @@ bool readMask(char const* text, ip_mask_t& mask) {
     }
     if (quill_string_to_ip(std::string(text, slash).c_str(), &mask.address) != 1) return false;
     char const* const length = slash + 1;
-    if (mask.address.family == ipv4 && std::strchr(length, '.')) return netmaskLength(length, mask.bits);
+    if (mask.address.family == ipv4 && netmaskLength(length, mask.bits)) return true;
     std::uint32_t const width = widthOf(mask.address.family);
     mask.bits = prefixLength(length, width);
     return mask.bits <= width;
