@@ -4,6 +4,7 @@
 
 #include "foundation/Base64.h"
 #include "fuzz/support/Fuzz.h"
+#include "mail/PlainAddress.h"
 #include "media/Md5Block.h"
 #include "platform/quill_string.h"
 #include "uri/LinkScan.h"
@@ -89,6 +90,52 @@ void marksLinks(std::string_view text) {
         }
 }
 
+std::string textOf(LinkRun const& run) {
+    return std::to_string(run.begin) + " to " + std::to_string(run.end) + ", dots " +
+           std::to_string(run.dots) + (run.doubledDot ? " doubled" : "") + (run.bracketed ? " [" : "");
+}
+
+/// The run around a byte, with all of the text in front of it or with less.
+void findsRuns(std::string_view text) {
+    // The plain twin goes as far as the run, and so often that long ones take their time; a kernel has 64 bytes
+    // to each side in sight.
+    Bytes const in = bytesOf(text.substr(0, 400));
+    std::string_view const exact(reinterpret_cast<char const*>(in.data()), in.size());
+    std::size_t const stride = 1 + exact.size() / 128;
+    for (HighBytes const highBytes : {HighBytes::Unseen, HighBytes::InLinks, HighBytes::Foreign})
+        for (std::size_t mark = 0; mark < exact.size(); mark += stride)
+            for (std::size_t const from : {std::size_t{0}, mark - mark % 67}) {
+                LinkRun const plain = linkScans().back().runAt(exact, from, mark, highBytes);
+                for (LinkScan const& scan : linkScans()) {
+                    if (!cpuHas(scan.needs) || scan.runAt == linkScans().back().runAt) continue;
+                    LinkRun const run = scan.runAt(exact, from, mark, highBytes);
+                    if (run != plain)
+                        claimSame("the run around " + std::to_string(mark), textOf(run), textOf(plain));
+                }
+            }
+}
+
+/// What a kernel finds at the front of a text.
+std::string addressBy(AddressScan const& scan, std::string_view text) {
+    PlainAddress address;
+    if (!scan.scan(text, address)) return "none";
+    return std::string(address.text) + " sign " + std::to_string(address.sign) +
+           (address.hasCapitals ? " capitals" : "") + (address.hasCommonDomain ? " common" : "");
+}
+
+/// The address that the text begins with, and those behind its first bytes; a kernel has 64 bytes in sight.
+void findsAddresses(std::string_view text) {
+    Bytes const in = bytesOf(text);
+    std::string_view const exact(reinterpret_cast<char const*>(in.data()), in.size());
+    for (std::size_t skip = 0; skip <= exact.size(); skip += 1 + exact.size() / 65) {
+        std::string const plain = addressBy(addressScans().back(), exact.substr(skip));
+        for (AddressScan const& scan : addressScans())
+            if (cpuHas(scan.needs))
+                claimSame("the address behind " + std::to_string(skip), addressBy(scan, exact.substr(skip)),
+                          plain);
+    }
+}
+
 /// RFC 3629, character by character.
 bool isUtf8(std::string_view text) {
     while (!text.empty()) {
@@ -119,7 +166,7 @@ void checksUtf8(std::string_view text) {
 
 // Whoever adds a kernel adds a line.
 constexpr void (*kernels[])(std::string_view) = {
-    base64Encodes, base64Decodes, md5Compresses, marksLinks, checksUtf8,
+    base64Encodes, base64Decodes, md5Compresses, marksLinks, findsRuns, findsAddresses, checksUtf8,
 };
 
 }  // namespace

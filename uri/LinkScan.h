@@ -28,6 +28,8 @@ struct LinkRun {
     bool bracketed;           ///< there is an opening bracket
     bool doubledDot = false;  ///< two dots side by side; here and below, in front of that bracket
     std::size_t dots = 0;
+
+    bool operator==(LinkRun const&) const = default;
 };
 
 /// One way of finding the next mark: the last byte of what is in every run of URI bytes that may be a link,
