@@ -1,10 +1,14 @@
 #include "tests/faults/Tour.h"
 
 #include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
 #include <pthread.h>
+#include <resolv.h>
 #include <sched.h>
 #include <time.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstring>
@@ -47,6 +51,7 @@
 #include "include2/Uri"
 #include "include2/UriSniffer"
 #include "tests/faults/Faults.h"
+#include "tests/net/DnsResponder.h"
 #include "tests/net/WireMessage.h"
 #include "tests/support/Support.h"
 
@@ -204,6 +209,86 @@ std::string dnsMessage(std::string const&) {
     // An answer that was not read to its end says so.
     if (message.resolve_error() != 0 || message.answers().size() < 3) throw Refused();
     return "answers are missing";
+}
+
+/// Name servers on both kinds of address, which nothing fails for.
+class NameServers {
+public:
+    NameServers() {
+        Spared const spared;
+        for (std::size_t at = 0; at < m_servers.size(); ++at)
+            m_servers[at].emplace(at == 0 ? "127.0.0.1" : "::1", recordsOf, [] { faultsSpare(true); });
+    }
+    ~NameServers() {
+        Spared const spared;
+        for (auto& server : m_servers) server.reset();
+    }
+    NameServers(NameServers const&) = delete;
+    NameServers& operator=(NameServers const&) = delete;
+
+    std::array<std::optional<DnsResponder>, 2> const& all() const { return m_servers; }
+
+private:
+    static std::string recordsOf(Asked const& asked) {
+        switch (asked.type) {
+        case 1: return answer(asked, {record(pointer(12), 1, std::string("\xc0\x00\x02\x01", 4))});
+        case 12: return answer(asked, {record(pointer(12), 12, name("host.example.org"))});
+        case 15:
+            return answer(asked, {record(pointer(12), 15, u16(20) + name("second.example.org")),
+                                  record(pointer(12), 15, u16(10) + name("first.example.org"))});
+        default: return noSuchName(asked);
+        }
+    }
+
+    std::array<std::optional<DnsResponder>, 2> m_servers;
+};
+
+/// What every question comes to, one server after the other. A question that failed says so: the addresses and
+/// names that it was to give are null, and a message holds the error.
+std::string questions(NameServers const& servers) {
+    Resolver* const resolver = Resolver::instance();
+    std::string wrong;
+    for (auto const& server : servers.all()) {
+        resolver->server(server->address(), static_cast<unsigned int>(server->port()));
+        _res.retrans = 1;  // seconds
+        _res.retry = 1;
+        HostName const name("www.example.org", true, false);
+        IPAddress const address = resolver->getIPAddress(name);
+        HostName const host = resolver->getHostname(IPAddress("192.0.2.1"));
+        ResolverMessage const mail = resolver->submit(Resolver::TypeMX, "example.org", Resolver::ClassIN);
+        ResolverMessage const none = resolver->submit(Resolver::TypeTXT, "example.org", Resolver::ClassIN);
+        // An answer that was not read to its end is told by the log.
+        if (address.isNull() || host.isNull() || mail.answers().size() < 2) throw Refused();
+        if (none.resolve_error() != HOST_NOT_FOUND) throw Refused();
+        wrong += same("the address", address.asString(true), "192.0.2.1") +
+                 same("the host", host.asString(), "host.example.org") +
+                 same("the best exchange", mail.mxRecords().begin()->value, "first.example.org") +
+                 same("a name that is none", none.isEmpty(), true);
+    }
+    return wrong;
+}
+
+/// A thread asks from its first question to its end, at which what it prepared is released. What the C library
+/// does without memory is its own: here counts that it comes out as one of our failures.
+std::string resolver(std::string const&) {
+    NameServers const servers;
+    std::string wrong;
+    std::exception_ptr thrown;
+    auto const ask = [&] {
+        try {
+            wrong = questions(servers);
+        } catch (...) {
+            thrown = std::current_exception();
+        }
+    };
+    std::thread thread;
+    {
+        Spared const spared;
+        thread = std::thread(ask);
+    }
+    thread.join();
+    if (thrown) std::rethrow_exception(thrown);
+    return wrong;
 }
 
 std::string buffers(std::string const&) {
@@ -583,6 +668,7 @@ constexpr Service services[] = {
     {"Hosts", hosts},
     {"DomainLists", domainLists},
     {"DnsMessage", dnsMessage},
+    {"Resolver", resolver},
     {"Buffers", buffers},
     {"Streams", streams},
     {"Swapping", swapping},

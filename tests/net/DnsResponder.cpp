@@ -66,7 +66,7 @@ std::string noSuchName(Asked const& asked) {
     return response(asked, {1}, "", 0x8183);
 }
 
-DnsResponder::DnsResponder(char const* address, Answer answer)
+DnsResponder::DnsResponder(char const* address, Answer answer, void (*begin)())
     : m_addressText(address),
       m_address(m_addressText),
       m_answer(std::move(answer)),
@@ -86,7 +86,10 @@ DnsResponder::DnsResponder(char const* address, Answer answer)
     if (::bind(m_socket, &endpoint.any, size) != 0 || ::getsockname(m_socket, &endpoint.any, &size) != 0)
         throw std::runtime_error("no loopback socket");
     m_port = ntohs(endpoint.v4.sin_port);  // at the same place in both families
-    m_thread = std::thread([this] { run(); });
+    m_thread = std::thread([this, begin] {
+        if (begin != nullptr) begin();
+        run();
+    });
 }
 
 DnsResponder::~DnsResponder() {

@@ -38,7 +38,8 @@ public:
 
     /// @param address  of loopback
     /// @param answer   gives the bytes of a response; none at all is silence
-    DnsResponder(char const* address, Answer answer);
+    /// @param begin    what its thread does first, if anything
+    DnsResponder(char const* address, Answer answer, void (*begin)() = nullptr);
     ~DnsResponder();
     DnsResponder(DnsResponder const&) = delete;
     DnsResponder& operator=(DnsResponder const&) = delete;
