@@ -46,8 +46,8 @@ public:
     int evt_logv(int level, char const* context, char const* format, va_list list) override {
         char message[512];
         std::vsnprintf(message, sizeof message, format, list);
-        for (char& c : message)
-            if (c == '\x01') c = '|';
+        for (char* c = message; *c != '\0'; ++c)
+            if (*c == '\x01') *c = '|';
         char number[16];
         std::snprintf(number, sizeof number, "%x ", static_cast<unsigned int>(level));
         std::function<void()> then;
