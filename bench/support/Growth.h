@@ -3,6 +3,9 @@
 // doubling. What grows by more than 2.3 in time is not linear any more, and the program says so and fails. Where
 // a doubling takes longer than that, plain copies of as much memory are timed as well: what they take beyond
 // twice the time, as they outgrow the caches, is printed and does not count.
+//
+// A turn of a small size reads so many texts that it takes as long as one of the largest, and all sizes take
+// turns; the shortest turn of each counts.
 
 #include <cstddef>
 #include <functional>
@@ -24,7 +27,7 @@ std::string repeated(std::string const& piece, std::size_t bytes);
 std::function<std::string(std::size_t)> repeated(std::string const& piece, std::string const& before = {},
                                                  std::string const& after = {});
 
-/// Runs all @p count of them: a line per size with milliseconds (best of several), MiB at the peak of the
+/// Runs all @p count of them: a line per size with milliseconds (best of several turns), MiB at the peak of the
 /// heap beyond the input, and both ratios to the line before. Gives the exit code of main.
 /// The first argument, if any, is a part of the name: only those run. With "--json FILE" the figures are
 /// written there as well.
