@@ -37,22 +37,14 @@ public:
     [[gnu::noinline]] static void drop(EmailAddressImpl* impl) noexcept {
         // Nobody else can take a reference where this one is all there is.
         if (!impl->m_isPlain || impl->count() != 1) return impl->release();
-        show(*impl, false);
+        forEachText(*impl, [](void const* text, std::size_t size) { ASAN_POISON_MEMORY_REGION(text, size); });
         SpareAddresses::giveBack(std::unique_ptr<EmailAddressImpl>(impl));
     }
 
-    /// With an address sanitizer, whoever still reads a text of an address that is kept is caught. What a text
-    /// has on the heap stays in sight of those who look for leaks.
-    static void show(EmailAddressImpl& impl, bool shown) noexcept {
-        for (std::string* const text :
-             {&impl.m_asString, &impl.m_address, &impl.m_local, &impl.m_domain, &impl.m_displayName}) {
-            [[maybe_unused]] char* const behindPointer = reinterpret_cast<char*>(text) + sizeof(char*);
-            if (shown) {
-                ASAN_UNPOISON_MEMORY_REGION(behindPointer, sizeof *text - sizeof(char*));
-            } else {
-                ASAN_POISON_MEMORY_REGION(behindPointer, sizeof *text - sizeof(char*));
-            }
-        }
+    /// Makes the texts of a kept address readable; with an address sanitizer, nobody could read them meanwhile.
+    static void show(EmailAddressImpl& impl) noexcept {
+        forEachText(impl,
+                    [](void const* text, std::size_t size) { ASAN_UNPOISON_MEMORY_REGION(text, size); });
     }
 
     /// The case in which @p address is kept: the domain's is always lower, the local part's if asked.
@@ -69,10 +61,18 @@ private:
     using SpareAddresses = Spares<EmailAddressImpl, 128>;
     static constexpr std::size_t longestSpare = 256;  // longer ones are not worth their memory
 
+    // Leaves out where the bytes of a text are: those on the heap stay in sight of who looks for leaks.
+    template <class Mark>
+    static void forEachText(EmailAddressImpl& impl, Mark mark) noexcept {
+        for (std::string* const text :
+             {&impl.m_asString, &impl.m_address, &impl.m_local, &impl.m_domain, &impl.m_displayName})
+            mark(reinterpret_cast<char*>(text) + sizeof(char*), sizeof(std::string) - sizeof(char*));
+    }
+
     static std::unique_ptr<EmailAddressImpl> blank() {
         std::unique_ptr<EmailAddressImpl> impl = SpareAddresses::take();
         if (!impl) return std::make_unique<EmailAddressImpl>();
-        show(*impl, true);
+        show(*impl);
         impl->m_local.clear();
         impl->m_domain.clear();
         impl->m_displayName.clear();

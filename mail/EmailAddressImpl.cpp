@@ -86,7 +86,7 @@ auto collected(std::string const& text, bool lowerLocal, std::string const& sepa
 EmailAddressImpl::EmailAddressImpl() = default;
 
 EmailAddressImpl::~EmailAddressImpl() {
-    AddressMaker::show(*this, true);
+    AddressMaker::show(*this);
 }
 
 void EmailAddressImpl::local(std::string const& text, bool lower) {
