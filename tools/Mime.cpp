@@ -1,11 +1,13 @@
 #include "tools/Mime.h"
 
 #include <gmime/gmime.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <optional>
@@ -34,6 +36,39 @@ void ready() {
     static bool const done = (g_mime_init(), true);
     (void)done;
 }
+
+/// A stay within those functions of GMime that look up charsets by name. GMime keeps what it found under each name
+/// for good, 64 bytes and more, and senders think of new names: so it forgets them all when it has read some text
+/// and nobody stays there.
+class CharsetLookup {
+public:
+    CharsetLookup() { ::pthread_rwlock_rdlock(&s_lock); }
+    ~CharsetLookup() {
+        ::pthread_rwlock_unlock(&s_lock);
+        std::int64_t const read = s_read.fetch_add(m_bytes) + m_bytes;
+        if (read < much) return;
+        int const locked =
+            read < tooMuch ? ::pthread_rwlock_trywrlock(&s_lock) : ::pthread_rwlock_wrlock(&s_lock);
+        if (locked != 0) return;  // the next one will
+        if (s_read.exchange(0) >= much) {
+            g_mime_charset_map_shutdown();
+            g_mime_charset_map_init();
+        }
+        ::pthread_rwlock_unlock(&s_lock);
+    }
+    CharsetLookup(CharsetLookup const&) = delete;
+    CharsetLookup& operator=(CharsetLookup const&) = delete;
+
+    void hasRead(std::int64_t bytes) { m_bytes += bytes; }
+
+private:
+    static constexpr std::int64_t much = 1 << 20, tooMuch = 16 * much;  // bytes
+
+    std::int64_t m_bytes = 0;
+    // Who wants to write gets in before new readers, so a stay within a stay might wait for itself.
+    static inline pthread_rwlock_t s_lock = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
+    static inline std::atomic<std::int64_t> s_read{0};
+};
 
 std::string textOf(char const* text) {
     return text != nullptr ? text : "";
@@ -390,6 +425,7 @@ struct Reader::State {
         g_mime_parser_set_persist_stream(parser.get(), TRUE);
     }
     void readHeader();
+    void parse(Message::State& next);
     void addHidden(Message::State const& message);
     std::int64_t nextMarker(std::int64_t from);
     std::unique_ptr<Message::State> pastTheParser();
@@ -481,17 +517,24 @@ bool Reader::isMbox() const {
     return m_state->mbox;
 }
 
+// A part keeps its header as it is, and the addresses are the library's to read. Only the reader of mailboxes
+// knows no parts, and takes the addresses apart itself.
+void Reader::State::parse(Message::State& next) {
+    CharsetLookup lookup;
+    std::int64_t const begin = g_mime_parser_tell(parser.get());
+    if (mbox)
+        next.message.reset(g_mime_parser_construct_message(parser.get(), options.get()));
+    else
+        next.root.reset(g_mime_parser_construct_part(parser.get(), options.get()));
+    lookup.hasRead(g_mime_parser_tell(parser.get()) - begin);
+}
+
 bool Reader::next(Message& message) {
     State& state = *m_state;
     if (state.done) return false;
     state.faults.texts.clear();
     auto next = std::make_unique<Message::State>();
-    // A part keeps its header as it is, and the addresses are the library's to read. Only the reader of mailboxes
-    // knows no parts, and takes the addresses apart itself.
-    if (state.mbox)
-        next->message.reset(g_mime_parser_construct_message(state.parser.get(), state.options.get()));
-    else
-        next->root.reset(g_mime_parser_construct_part(state.parser.get(), state.options.get()));
+    state.parse(*next);
     if (!next->message && !next->root) {
         next = state.pastTheParser();
     } else {
@@ -511,8 +554,13 @@ iconv_t converterFrom(std::string const& charset) {
     ready();
     // GMime keeps the name on the stack. An empty one would stand for the terminal's, and what is behind a slash
     // says how to convert.
-    bool const isName = !charset.empty() && charset.size() <= 64 && charset.find('/') == std::string::npos;
-    return isName ? g_mime_iconv_open("UTF-8", charset.c_str()) : noConverter();
+    constexpr std::size_t longest = 64;
+    bool const isName =
+        !charset.empty() && charset.size() <= longest && charset.find('/') == std::string::npos;
+    if (!isName) return noConverter();
+    CharsetLookup lookup;
+    lookup.hasRead(longest);
+    return g_mime_iconv_open("UTF-8", charset.c_str());
 }
 
 }  // namespace QuillmarkTool::Mime
