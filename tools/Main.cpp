@@ -1,8 +1,11 @@
 // The command line of quillmark. The only file that knows how options are spelt, and the only one that
 // includes the command-line library, which is slow to compile.
 
+#include <malloc.h>
+#include <sys/sysinfo.h>
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <exception>
@@ -305,9 +308,16 @@ int CommandLine::run(int argc, char** argv) {
     return result;
 }
 
+/// Threads share as many heaps as there are processors, since no more of them work at a time. With a heap each,
+/// every one would grow to what the largest message takes, and keep it.
+void limitHeaps() {
+    ::mallopt(M_ARENA_MAX, std::max(::get_nprocs(), 1));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    limitHeaps();
     // A reader who has seen enough closes the pipe, and a file may be as large as it may get. Both are
     // noticed where they happen.
     std::signal(SIGPIPE, SIG_IGN);
