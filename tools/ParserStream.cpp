@@ -102,8 +102,10 @@ void initClass(void* kind, void* /*data*/) {
     calls->reset = [](GMimeStream* stream) { return seek(stream, 0, GMIME_STREAM_SEEK_SET) == 0 ? 0 : -1; };
     calls->tell = [](GMimeStream* stream) { return g_mime_stream_tell(own(stream)->bytes); };
     calls->length = [](GMimeStream* stream) { return g_mime_stream_length(own(stream)->bytes); };
+    // Called by GMime's function of that name, which sets what the piece belongs to: once, or it never lets go.
     calls->substream = [](GMimeStream* stream, gint64 start, gint64 end) {
-        return g_mime_stream_substream(own(stream)->bytes, start, end);
+        GMimeStream* const bytes = own(stream)->bytes;
+        return GMIME_STREAM_GET_CLASS(bytes)->substream(bytes, start, end);
     };
 }
 
