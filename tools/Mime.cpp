@@ -62,7 +62,7 @@ public:
     void hasRead(std::int64_t bytes) { m_bytes += bytes; }
 
 private:
-    static constexpr std::int64_t much = 1 << 20, tooMuch = 16 * much;  // bytes
+    static constexpr std::int64_t much = 1 << 18, tooMuch = 16 * much;  // bytes
 
     std::int64_t m_bytes = 0;
     // Who wants to write gets in before new readers, so a stay within a stay might wait for itself.
