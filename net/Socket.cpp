@@ -99,13 +99,7 @@ void SocketImpl::SocketPoll::s_poll(pollfd& poll, int timeout) {
 
 SocketImpl::SocketImpl(int type, bool synchronised, bool create, int domain)
     : m_lock(synchronised ? std::make_unique<Mutex>() : nullptr), m_type(type) {
-    if (create) this->create(domain, (type & SOCK_NONBLOCK) == 0);
-}
-
-void SocketImpl::create(int domain, bool blocked) {
-    close();
-    int const mode = blocked ? 0 : SOCK_NONBLOCK;
-    adopt(checked(::socket(domain, m_type | SOCK_CLOEXEC | mode, 0)), blocked);
+    if (create) adopt(checked(::socket(domain, type | SOCK_CLOEXEC, 0)), (type & SOCK_NONBLOCK) == 0);
 }
 
 SocketImpl::~SocketImpl() {

@@ -328,10 +328,7 @@ int PduIntValue::value() const {
     return value;
 }
 
-SocketIPC::SocketIPC() : m_socket(Socket::Stream, false, false, AF_INET) {
-    // A client waits with a time-out, which needs this mode; a listener changes it once.
-    m_socket.impl()->create(AF_INET, false);
-}
+SocketIPC::SocketIPC() : m_socket(Socket::Stream, false, true, AF_INET) {}
 
 SocketIPC::SocketIPC(Socket socket) noexcept : m_socket(std::move(socket)) {}
 

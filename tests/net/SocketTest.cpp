@@ -487,17 +487,6 @@ TEST(Socket, AcceptGivesTheModeThatIsAskedFor) {
     }
 }
 
-TEST(Socket, CreateClosesWhatWasOpen) {
-    std::size_t const before = openDescriptors();
-    Socket const socket = stream();
-    for (bool const blocked : {false, true}) {
-        socket.impl()->create(AF_INET, blocked);
-        EXPECT_EQ(blocking(socket), blocked);
-        EXPECT_EQ(::fcntl(socket.descriptor(), F_GETFD), FD_CLOEXEC);
-        EXPECT_EQ(openDescriptors(), before + 1);
-    }
-}
-
 TEST(Socket, KnowsWhereItWasConnectedFromWhenItIsClosed) {
     Pair pair;
     unsigned int const port = pair.server.remoteAddr().asINET().port();
