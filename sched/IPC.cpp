@@ -604,9 +604,8 @@ std::unique_ptr<Dispatcher::Arrival> Dispatcher::accepted(SocketIPC& listener, b
     listener.socket().timeout(other ? 0 : -1);
     try {
         // A connection of the dispatcher is never waited for without an end.
-        auto* const connection = new SocketImpl(Socket::Stream, false, false, AF_UNSPEC);
-        Socket socket(connection, false);
-        listener.socket().impl()->accept(*connection, false);
+        Socket socket(Socket::Stream, false, false, AF_UNSPEC);
+        listener.socket().impl()->accept(*socket.impl(), false);
         return std::make_unique<Arrival>(SocketIPC(std::move(socket)));
     } catch (SocketException const& e) {
         if (other && (e.error() == EAGAIN || e.error() == ECONNABORTED)) return nullptr;
