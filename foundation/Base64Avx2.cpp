@@ -114,21 +114,10 @@ QUILLMARK_AVX2 void encodeLines(unsigned char const* in, std::size_t lines, char
     }
 }
 
-/// For each set of bytes among eight: where they are, one behind the other.
-constexpr auto gathering = [] {
-    std::array<std::array<unsigned char, 8>, 256> table{};
-    for (unsigned int set = 0; set < 256; ++set) {
-        std::size_t count = 0;
-        for (unsigned int at = 0; at < 8; ++at)
-            if ((set >> at & 1U) != 0) table[set][count++] = static_cast<unsigned char>(at);
-    }
-    return table;
-}();
-
-/// What text stands for: its values, and a bit for each byte that is no character of the alphabet, or
-/// no white space either.
+/// What text stands for: its values, and a bit for each byte that is no character of the alphabet.
 struct Meaning {
     __m256i values;
+    __m256i wrong;  // 0 for a character, more for white space than for anything else
     std::uint32_t others;
 
     QUILLMARK_AVX2 explicit Meaning(__m256i text) noexcept {
@@ -137,36 +126,52 @@ struct Meaning {
         __m256i const upper = _mm256_and_si256(_mm256_srli_epi32(text, 4), each(15));
         __m256i const wrongUpper = _mm256_shuffle_epi8(twice(uppers), upper);
         __m256i const wrongLower = _mm256_shuffle_epi8(twice(lowers), _mm256_and_si256(text, each(15)));
-        others = static_cast<std::uint32_t>(_mm256_movemask_epi8(
-            _mm256_cmpgt_epi8(_mm256_and_si256(wrongUpper, wrongLower), _mm256_setzero_si256())));
+        wrong = _mm256_and_si256(wrongUpper, wrongLower);
+        others = above(0);
         __m256i const slash = _mm256_cmpeq_epi8(text, each('/'));
         values = _mm256_add_epi8(text, _mm256_shuffle_epi8(twice(distances), _mm256_add_epi8(upper, slash)));
     }
 
+    QUILLMARK_AVX2 std::uint32_t whiteSpace() const noexcept { return above(0x1f); }
+
 private:
-    static constexpr Table uppers = {0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08,
+    QUILLMARK_AVX2 std::uint32_t above(int bits) const noexcept {
+        return static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(wrong, each(bits))));
+    }
+
+    // 0x20 stands for a control character that is white space, 0x40 for the blank.
+    static constexpr Table uppers = {0x30, 0x10, 0x41, 0x02, 0x04, 0x08, 0x04, 0x08,
                                      0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10};
-    static constexpr Table lowers = {0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
-                                     0x11, 0x11, 0x13, 0x1a, 0x1b, 0x1b, 0x1b, 0x1a};
+    static constexpr Table lowers = {0x55, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
+                                     0x11, 0x31, 0x33, 0x3a, 0x3b, 0x3b, 0x1b, 0x1a};
     static constexpr Table distances = {0, 16, 19, 4, -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0};
 };
 
-QUILLMARK_AVX2 inline std::uint32_t whiteSpace(__m256i text) noexcept {
-    __m256i const fromTab = _mm256_sub_epi8(text, each('\t'));
-    __m256i const control = _mm256_cmpeq_epi8(_mm256_min_epu8(fromTab, each('\r' - '\t')), fromTab);
-    return static_cast<std::uint32_t>(
-        _mm256_movemask_epi8(_mm256_or_si256(control, _mm256_cmpeq_epi8(text, each(' ')))));
-}
+/// For each set of bytes among eight: where they are, one behind the other; of the first eight of a half and of its
+/// others.
+constexpr auto gathering = [] {
+    std::array<std::array<std::array<unsigned char, 8>, 256>, 2> tables{};
+    for (unsigned int set = 0; set < 256; ++set) {
+        std::size_t count = 0;
+        for (unsigned int at = 0; at < 8; ++at) {
+            if ((set >> at & 1U) == 0) continue;
+            tables[0][set][count] = static_cast<unsigned char>(at);
+            tables[1][set][count++] = static_cast<unsigned char>(at + 8);
+        }
+    }
+    return tables;
+}();
 
 /// Stores the values that @p valid names; gives what comes behind them.
 QUILLMARK_AVX2 inline unsigned char* storeSome(unsigned char* to, __m256i values,
                                                std::uint32_t valid) noexcept {
     __m128i const halves[] = {_mm256_castsi256_si128(values), _mm256_extracti128_si256(values, 1)};
     for (__m128i const half : halves)
-        for (__m128i const eight : {half, _mm_unpackhi_epi64(half, half)}) {
+        for (auto const& places : gathering) {
             std::uint32_t const set = valid & 0xff;
-            __m128i const places = _mm_loadl_epi64(reinterpret_cast<__m128i const*>(gathering[set].data()));
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_shuffle_epi8(eight, places));
+            __m128i const eight =
+                _mm_shuffle_epi8(half, _mm_loadl_epi64(reinterpret_cast<__m128i const*>(places[set].data())));
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(to), eight);
             to += std::popcount(set);
             valid >>= 8;
         }
@@ -225,7 +230,7 @@ QUILLMARK_AVX2 void decodeLines(unsigned char const* in, std::size_t size, unsig
 }
 
 QUILLMARK_AVX2 Base64Run decode(unsigned char const* in, std::size_t size, unsigned char* out) noexcept {
-    constexpr std::size_t stretch = 1024;
+    constexpr std::size_t stretch = 2048;
     std::array<unsigned char, stretch + 2 * blockLength> values;
     unsigned char* filled = values.data();
     Base64Run run;
@@ -238,27 +243,24 @@ QUILLMARK_AVX2 Base64Run decode(unsigned char const* in, std::size_t size, unsig
         std::size_t const end =
             run.read + std::min(size - run.read - blockLength, stretch) / blockLength * blockLength;
         while (run.read < end) {
-            __m256i const text = load(in + run.read);
-            Meaning const meaning(text);
-            run.read += blockLength;
+            Meaning const meaning(load(in + run.read));
             if (meaning.others == 0) {
                 store(filled, meaning.values);
                 filled += blockLength;
+                run.read += blockLength;
                 continue;
             }
-            std::uint32_t valid = ~meaning.others;
-            odd = meaning.others != whiteSpace(text);
-            if (odd) {
-                run.read -= blockLength;
-                break;
+            odd = meaning.others != meaning.whiteSpace();
+            if (odd) break;
+            run.read += blockLength;
+            if (run.read != end) {
+                filled = storeSome(filled, meaning.values, ~meaning.others);
+                continue;
             }
-            if (run.read == end) {
-                auto const behind = static_cast<unsigned int>(std::countl_zero(meaning.others));
-                run.read -= behind;
-                valid = valid << behind >> behind;
-            }
-            filled = storeSome(filled, meaning.values, valid);
-            if (valid != ~meaning.others) break;
+            auto const behind = static_cast<unsigned int>(std::countl_zero(meaning.others));
+            filled = storeSome(filled, meaning.values, ~meaning.others << behind >> behind);
+            run.read -= behind;
+            break;
         }
         unsigned char const* taken = values.data();
         for (; filled - taken >= static_cast<std::ptrdiff_t>(blockLength); taken += blockLength) {
