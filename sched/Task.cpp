@@ -173,11 +173,14 @@ TaskMaster* TaskMaster::instance() {
     if (TaskMaster* const made = s_instance) return made;
     std::lock_guard const guard(making);
     if (TaskMaster* const made = s_instance) return made;
-    // Its workers wait in it while the process ends, so nobody ever destroys it.
-    TaskMaster* const fresh = new TaskMaster;
-    s_instance = fresh;
-    fresh->addQueue(0, workers);
-    return fresh;
+    // Its workers wait in it while the process ends, so nobody ever destroys it. Others see it when its queue is
+    // there, with however many workers.
+    struct Fresh {
+        TaskMaster* const pool = new TaskMaster;
+        ~Fresh() { s_instance = pool; }
+    } const fresh;
+    fresh.pool->addQueue(0, workers);
+    return fresh.pool;
 }
 
 void TaskMaster::add(Ref<ElementImpl> const& element) {

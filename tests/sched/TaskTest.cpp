@@ -836,6 +836,31 @@ TEST(TaskPoolDeathTest, ConsistsOfFiveThreads) {
         testing::ExitedWithCode(5), "");
 }
 
+// Of those who come at the same time one makes it, and the others wait for its queue and its workers.
+TEST(TaskPoolDeathTest, IsWholeForEverybodyWhoComesFirst) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            constexpr int callers = 8;
+            std::atomic<std::size_t> before{0};
+            std::atomic<int> early{0};
+            std::atomic<int> done{0};
+            std::vector<std::thread> first;
+            for (int i = 0; i < callers; ++i)
+                first.emplace_back([&] {
+                    while (before == 0) std::this_thread::yield();
+                    TaskMaster::instance();
+                    if (threads() < before + 5) ++early;
+                    ++done;
+                    while (done != callers) std::this_thread::yield();  // who ends is not counted
+                });
+            before = threads();
+            for (std::thread& thread : first) thread.join();
+            std::_Exit(early);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
 TEST(TaskPoolDeathTest, LetsTheProcessEndWhileItsWorkersWait) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
