@@ -267,8 +267,9 @@ RealDnsServer::RealDnsServer() {
         stop();
         throw;
     }
-    throw std::runtime_error(std::string(program) + " does not answer: " +
-                             readFile(m_directory.file("output")) + readFile(m_directory.file("log")));
+    std::string said = program;
+    said.append(" does not answer: ").append(readFile(m_directory.file("output")));
+    throw std::runtime_error(said.append(readFile(m_directory.file("log"))));
 }
 
 RealDnsServer::~RealDnsServer() {
