@@ -142,14 +142,17 @@ std::string const& EmailAddressImpl::address() const {
 }
 
 std::string const& EmailAddressImpl::asString() const {
-    std::string const& joined = address();
-    if (m_displayName.empty() && joined.empty()) return m_asString;
-    once(MadeText, [&] {
-        if (m_displayName.empty()) return;
-        m_asString.reserve(m_displayName.size() + 3 + joined.size());
-        (((m_asString = m_displayName) += " <") += joined) += '>';
-    });
-    return m_asString.empty() ? joined : m_asString;
+    // It may have been made without an address, which is not made to print it again.
+    if ((m_made.load(std::memory_order_acquire) & MadeText) == 0) {
+        std::string const& joined = address();
+        if (m_displayName.empty() && joined.empty()) return m_asString;
+        once(MadeText, [&] {
+            if (m_displayName.empty()) return;
+            m_asString.reserve(m_displayName.size() + 3 + joined.size());
+            (((m_asString = m_displayName) += " <") += joined) += '>';
+        });
+    }
+    return m_asString.empty() ? m_address : m_asString;
 }
 
 bool EmailAddressImpl::operator==(EmailAddressImpl const& other) const {

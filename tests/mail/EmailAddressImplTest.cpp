@@ -59,6 +59,16 @@ TEST(EmailAddressImpl, MakesEachTextOnce) {
     EXPECT_EQ(impl.address(), "a");
 }
 
+TEST(EmailAddressImpl, JoinsNothingToPrintATextThatIsMade) {
+    EmailAddressImpl impl;
+    impl.displayName("N");
+    EXPECT_EQ(impl.asString(), "N <>");
+    impl.local("a", false);
+    EXPECT_EQ(impl.asString(), "N <>");
+    impl.domain("b.example");
+    EXPECT_EQ(impl.address(), "a@b.example");
+}
+
 TEST(EmailAddressImpl, ComparesJoinedAddressesBytewise) {
     EmailAddressImpl a, sameName, longer, high;
     a.local("a", false);
@@ -176,7 +186,8 @@ TEST(EmailAddress, ShowsNothingOfAnEarlierOne) {
             EXPECT_EQ(address.address(), "a.longer.local.part@a-longer-domain.example");
             EXPECT_EQ(address.asString(), "\"Last, First\" <a.longer.local.part@a-longer-domain.example>");
         }
-        std::list<EmailAddress> const bare = EmailAddress::rfc5322ParseList("a@x.example, <c>, N <d@y.example>", false);
+        std::list<EmailAddress> const bare =
+            EmailAddress::rfc5322ParseList("a@x.example, <c>, N <d@y.example>", false);
         std::string found;
         for (EmailAddress const& address : bare)
             found += address.displayName() + '|' + address.local() + '|' + address.domain() + '|' +
