@@ -23,6 +23,10 @@ public:
         m_previous = symbol;
     }
 
+    /// A special that is cut from no text, from the right end: a word that may stand in front of a quoted
+    /// string.
+    void takeOdd() noexcept { m_previous = Word; }
+
     /// False before the first token: an empty local part is none.
     bool valid() const noexcept { return m_valid && m_previous != Other; }
 

@@ -53,7 +53,11 @@ bool isValidLocalPart(TokenQueue const& tokens) noexcept {
         // A special that is cut from no text passes for a word, unless its byte never could be in one.
         bool const wordLike = token->type == Rfc822Token::Special && symbol(*token) == Other &&
                               !neverInLocalPart.contains(firstByte(*token));
-        check.take(wordLike ? Word : symbol(*token));
+        if (wordLike) {
+            check.takeOdd();
+        } else {
+            check.take(symbol(*token));
+        }
     }
     return check.valid();
 }

@@ -107,5 +107,15 @@ char const* containerOwnsItsAddresses(void) {
     list = quill_emailaddress_container_create();
     quill_emailaddress_container_destroy(&list);
     CHECK(!list);
+
+    list = quill_emailaddress_container_create();
+    list->next = quill_emailaddress_container_create();
+    quill_emailaddress* last = quill_emailaddress_create("d@xx.example");
+    quill_emailaddress_container_append(list, last);
+    CHECK(!list->address);
+    CHECK(list->next->address == last);
+    CHECK(!list->next->next);
+    quill_emailaddress_container_destroy(&list);
+    CHECK(!list);
     return NULL;
 }

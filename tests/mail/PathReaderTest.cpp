@@ -263,6 +263,11 @@ TEST(ParseRfc5321, RefusesTokensThatNoTextGives) {
     std::deque<Rfc822Token> wordLike{{1, "a"}, {2, "!"}, {2, "@"}, {1, "host"}};
     EXPECT_TRUE(parseRfc5321(wordLike, &impl, false));
     EXPECT_EQ(impl.local(), "a!");
+    std::deque<Rfc822Token> beforeQuotes{{2, "!"}, {3, "\"b\""}, {2, "@"}, {1, "host"}};
+    EXPECT_TRUE(parseRfc5321(beforeQuotes, &impl, false));
+    EXPECT_EQ(impl.local(), "!\"b\"");
+    std::deque<Rfc822Token> behindQuotes{{3, "\"b\""}, {2, "!"}, {2, "@"}, {1, "host"}};
+    EXPECT_FALSE(parseRfc5321(behindQuotes, &impl, false));
 }
 
 TEST(DomainLiteral, IsAnAddressInBrackets) {
