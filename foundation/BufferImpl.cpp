@@ -234,10 +234,10 @@ void appendBytes(BufferImpl& record, unsigned char const* bytes, uint_t count) {
         record.room = record.maxSize == 0 ? record.allocated : std::min(record.maxSize, record.allocated);
 }
 
-/// How many bytes the assign rule writes at @p pos.
+/// How many bytes the assign rule writes at @p pos, which is inside the array.
 // Kept for the daemons: the count is n - pos, not n, and wraps below zero as unsigned numbers do.
 uint_t assignedCount(BufferImpl const& record, uint_t pos, uint_t n) {
-    return pos < record.allocated ? std::min(n - pos, record.allocated - pos) : 0;
+    return std::min(n - pos, record.allocated - pos);
 }
 
 void raiseLength(BufferImpl& record, uint_t end) {
@@ -336,18 +336,18 @@ void Buffer::append(Buffer const& other) {
 
 void Buffer::assign(unsigned int pos, unsigned char const* src, unsigned int n) {
     Former const former = forChange(m_impl);
+    if (pos >= size()) return;
     uint_t const count = assignedCount(*m_impl, pos, n);
-    if (count == 0) return;
-    if (!src) fail<BufferException>(BadArgument, Site{nullptr, 0});
-    std::memmove(m_impl->data + pos, src, count);
+    if (!src && count != 0) fail<BufferException>(BadArgument, Site{nullptr, 0});
+    if (count != 0) std::memmove(m_impl->data + pos, src, count);
     raiseLength(*m_impl, pos + count);
 }
 
 void Buffer::assign(unsigned int pos, Buffer const& other) {
     Former const former = forChange(m_impl);
+    if (pos >= size()) return;
     BufferImpl const& source = *other.m_impl;
     uint_t const count = assignedCount(*m_impl, pos, source.length);
-    if (count == 0) return;
     uint_t const held = std::min(count, source.allocated);
     if (held != 0) std::memmove(m_impl->data + pos, source.data, held);
     std::memset(m_impl->data + pos + held, 0, count - held);

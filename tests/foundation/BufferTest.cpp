@@ -268,6 +268,20 @@ TEST(Buffer, KeepsTheCountOfAssignForTheDaemons) {
     EXPECT_EQ(text(buffer), "abWX" + repeated(1020, 's')) << "n below pos: up to the allocated size";
 }
 
+TEST(Buffer, AssignOfNoByteRaisesTheLengthToItsPosition) {
+    Buffer buffer = bytes("ab");
+    buffer.assign(5, raw("12345"), 5);
+    EXPECT_EQ(text(buffer), std::string("ab\0\0\0", 5));
+    buffer.assign(7, bytes("1234567"));
+    EXPECT_EQ(text(buffer), std::string("ab\0\0\0\0\0", 7));
+    buffer.assign(9, nullptr, 9);
+    EXPECT_EQ(buffer.length(), 9u);
+    buffer.assign(3, bytes("123"));
+    EXPECT_EQ(buffer.length(), 9u) << "never lowers it";
+    buffer.assign(1024, raw(""), 1024);
+    EXPECT_EQ(buffer.length(), 9u) << "beyond the array";
+}
+
 TEST(Buffer, AssignCutsAtTheAllocatedSizeAndDoesNothingBeyond) {
     char memory[] = "abcdef";
     Buffer wrapped(memory, 6, true);
