@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "include2/ClassifierDetail"
 #include "include2/PatternContainer"
 #include "include2/StringContainer"
@@ -27,6 +29,16 @@ TEST(StringContainer, CopiesMadeBeforeTheFirstTextShareIt) {
     EXPECT_THAT(assigned.values(), ElementsAre("seen by all"));
 }
 
+TEST(StringContainer, IsNeverNullNotEvenMovedFrom) {
+    StringContainer texts;
+    StringContainer taken(std::move(texts));
+    StringContainer assigned;
+    assigned = std::move(taken);
+    for (StringContainer* each : {&texts, &taken, &assigned})
+        each->add("a");  // NOLINT(bugprone-use-after-move)
+    EXPECT_THAT(assigned.values(), ElementsAre("a", "a", "a"));
+}
+
 TEST(PatternContainer, KeepsPatternsOnceAndInByteOrder) {
     PatternContainer patterns;
     for (char const* pattern : {"a*", "*.EXE", "a*", "\xc3\xa4*"}) patterns.add(pattern);
@@ -38,6 +50,17 @@ TEST(PatternContainer, CopiesMadeBeforeTheFirstPatternShareIt) {
     PatternContainer copy(early);
     copy.add("*.scr");
     EXPECT_TRUE(early.match("x.scr", nullptr));
+}
+
+TEST(PatternContainer, IsNeverNullNotEvenMovedFrom) {
+    PatternContainer patterns;
+    PatternContainer taken(std::move(patterns));
+    PatternContainer assigned;
+    assigned = std::move(taken);
+    patterns.add("a*");  // NOLINT(bugprone-use-after-move)
+    taken.add("b*");     // NOLINT(bugprone-use-after-move)
+    EXPECT_TRUE(patterns.match("bc", nullptr));
+    EXPECT_TRUE(assigned.match("ac", nullptr));
 }
 
 TEST(PatternContainer, TheFirstMatchInByteOrderWins) {
