@@ -96,6 +96,7 @@ Row const links[] = {
     {"http://[example.com:80/]", "http: host=[example.com port=80 path=/]"},
     {"http://[]/", "http: host=(null) path=/"},
     {"http://]example.com[/", "http: host=(null) path=/"},
+    {"http://[example.com]x]/", "http: host=example.com path=/"},  // the first "]" closes
 
     // What the text around a host left at its end.
     {"http://example.com.../x", "http: host=example.com path=/x"},
@@ -156,7 +157,11 @@ Row const comparisons[] = {
     {"http://:Pw@example.com", "http://:Pw@example.com"},
     {"http://example.com:80/", "http://example.com:80/"},  // written, so it stays
     {"http://example.com:/", "http://example.com/"},
+    {"http://example.com:-1/", "http://example.com:-1/"},
     {"http://example.com/?#", "http://example.com/"},
+    {"http://example.com/?", "http://example.com/"},
+    {"http://example.com/#", "http://example.com/"},
+    {"http://example.com/?q#", "http://example.com/?q"},
     {"http://example.com/a#B?C", "http://example.com/a#B?c"},
     {"http://example.com.../x", "http://example.com/x"},
     {"http://nowhere/X", "http:///X"},
@@ -354,6 +359,16 @@ TEST(UriParse, FindsTheEndOfAnAuthorityWhereverItIs) {
                 EXPECT_EQ(uri.port(), behind.empty() ? 0 : 80) << uri.asString();
                 EXPECT_EQ(uri.pathQueryFragment(), rest) << uri.asString();
             }
+    }
+}
+
+TEST(UriParse, FindsTheBracketsOfAHostWhereverTheyAre) {
+    for (std::size_t size = 1; size < 50; ++size) {
+        std::string const host = std::string(size, 'a') + ".example.com";
+        Uri const uri("http://[" + host + "]/");
+        ASSERT_FALSE(uri.host().isNull()) << uri.asString();
+        EXPECT_EQ(uri.hostname(), host);
+        EXPECT_EQ(uri.comparisonString(), "http://" + host + '/');
     }
 }
 
