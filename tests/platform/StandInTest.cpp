@@ -174,9 +174,15 @@ TEST(AddressStandIn, LetsNoMappedPrivateAddressSlipBy) {
 TEST(AddressStandIn, TakesALengthBeyondTheWidthForTheWidth) {
     ip_addr_t const address{2, {10, 0, 0, 1}};
     ip_addr_t const other{2, {10, 0, 0, 2}};
-    ip_mask_t const mask{address, 33};
-    EXPECT_EQ(quill_ipmask_match(&mask, &address), 1);
-    EXPECT_EQ(quill_ipmask_match(&mask, &other), 0);
+    ip_addr_t const mapped{10, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff, 10, 0, 0, 1}};
+    for (unsigned int const bits : {33U, 128U, 129U, 4294967295U}) {
+        ip_mask_t const mask{address, bits};
+        EXPECT_EQ(quill_ipmask_match(&mask, &address), 1) << bits;
+        EXPECT_EQ(quill_ipmask_match(&mask, &mapped), 1) << bits;
+        EXPECT_EQ(quill_ipmask_match(&mask, &other), 0) << bits;
+    }
+    ip_mask_t const six{mapped, 4294967295U};
+    EXPECT_EQ(quill_ipmask_match(&six, &mapped), 1);
     for (unsigned int const bits : {32U, 33U, 128U, 4294967295U}) {
         ip_addr_t changed = address;
         quill_ipmask_apply_mask(&changed, bits);
