@@ -256,16 +256,26 @@ TEST(BufferMediaOut, OverwritesByTheRuleOfAssign) {
 }
 
 TEST(BufferMediaOut, PutsZerosWhereTheCountOfAssignExceedsWhatItWasGiven) {
+    std::string const more(2000, 'x');  // which lies behind what is written and must not be read
     for (std::string const written : {"AB", ""}) {
         Buffer shared = buffer("0123456789");
         BufferMediaOut out(shared);
         out.setpos(8);
-        out.write(buffer(written));
+        out.write(bytes(written + more), static_cast<unsigned int>(written.size()));
         std::string expected = "01234567" + written;
         expected.resize(1024);
         EXPECT_EQ(text(shared), expected);
         EXPECT_EQ(out.tell(), 8 + written.size());
     }
+}
+
+TEST(BufferMediaOut, StopsItsPositionAtTheLargestNumber) {
+    BufferMediaOut out;
+    out.setpos(0x100000005UL);
+    EXPECT_EQ(out.tell(), UINT32_MAX);
+    out << "ab";
+    EXPECT_EQ(out.tell(), UINT32_MAX);
+    EXPECT_EQ(text(out.buffer()), "ab");
 }
 
 TEST(BufferMediaOut, CountsWhatABufferDrops) {
@@ -374,6 +384,15 @@ TEST(PartialMediaIn, EndsWhereTheSourceEnds) {
     EXPECT_TRUE(in.atEnd());
 }
 
+TEST(PartialMediaIn, IsNotEndedByAReadOfNothing) {
+    BufferMediaIn source(buffer("abc"));
+    PartialMediaIn in(source, 0, 10);
+    unsigned char into[1];
+    EXPECT_EQ(in.read(into, 0), 0);
+    EXPECT_FALSE(in.atEnd());
+    EXPECT_EQ(rest(in), "abc");
+}
+
 TEST(PartialMediaIn, DoesNotCountAFailedRead) {
     MediaIn source = dealer({"ab"}, -1);
     PartialMediaIn in(source, 0, 10);
@@ -430,6 +449,15 @@ TEST(SwapBufferMediaOut, MovesToAFileWithTheNextByte) {
     EXPECT_EQ(filesIn(swap.directory.path()), 1U);
     swap.write("c");
     EXPECT_EQ(swap.readBack(), std::string(100, 'a') + "bc");
+}
+
+TEST(SwapBufferMediaOut, LeavesAFormerReaderTheCacheThatItLetsGo) {
+    Swap swap(10);
+    swap.write("0123456789");
+    MediaIn const former = createMediaInFromSwapBufferMediaOut(swap.out);
+    swap.write("a");
+    EXPECT_EQ(swap.out.cache().length(), 0U);
+    EXPECT_EQ(rest(former), "0123456789");
 }
 
 TEST(SwapBufferMediaOut, StartsItsCacheWithAQuarterOfTheLimit) {

@@ -113,6 +113,15 @@ TEST(MediaIn, ReadsUpToTheAllocatedSizeOfABuffer) {
     EXPECT_EQ(text(into), std::string(100, 'a'));
 }
 
+TEST(MediaIn, SetsTheLengthOfABufferForASingleByte) {
+    MediaIn in = dealer({"x", "y"});
+    Buffer into = buffer("old");
+    EXPECT_EQ(in.read(into), 1);
+    EXPECT_EQ(text(into), "x");
+    EXPECT_EQ(in.read(into, 3), 1);
+    EXPECT_EQ(text(into), "y");
+}
+
 TEST(MediaIn, LeavesTheLengthOfABufferWhenNothingComes) {
     for (int result : {0, -1}) {
         MediaIn in = dealer({}, result);
@@ -330,13 +339,34 @@ TEST(MediaOutDecorator, TakesTheObjectOfADerivedClassByWhicheverConstructorItUse
 }
 
 TEST(TeeMediaOut, WritesToTheFirstAndThenToTheSecond) {
+    // Two sinks on one log, each of which names itself.
+    class Named : public Recorder {
+    public:
+        Named(std::string& log, char name) : Recorder(log), m_log(log), m_name(name) {}
+        using Recorder::write;
+        void write(unsigned char const* data, unsigned int n) override {
+            m_log += m_name;
+            Recorder::write(data, n);
+        }
+        void end() override {
+            m_log += m_name;
+            Recorder::end();
+        }
+        void characterSet(std::string const& name) override {
+            m_log += m_name;
+            Recorder::characterSet(name);
+        }
+
+    private:
+        std::string& m_log;
+        char m_name;
+    };
     std::string log;
-    MediaOut const both = recorder(log);
-    TeeMediaOut tee(both, both);
+    TeeMediaOut tee(MediaOut(new Named(log, '1'), false), MediaOut(new Named(log, '2'), false));
     tee.write(buffer("a"));
     tee.characterSet("utf-8");
     tee.end();
-    EXPECT_EQ(log, "[a][a](utf-8)(utf-8)endend");
+    EXPECT_EQ(log, "1[a]2[a]1(utf-8)2(utf-8)1end2end");
 }
 
 TEST(TeeMediaOut, LeavesOutASinkThatIsNotThere) {
@@ -352,8 +382,9 @@ TEST(TeeMediaOut, LeavesOutASinkThatIsNotThere) {
     tee.second(MediaOut());
     tee.first(recorder(log));
     tee.write(buffer("b"));
-    tee.first().end();
-    EXPECT_EQ(log, "[a](x)end[b]end");
+    tee.characterSet("y");
+    tee.end();
+    EXPECT_EQ(log, "[a](x)end[b](y)end");
     EXPECT_TRUE(tee.second().isNull());
 }
 
@@ -480,13 +511,14 @@ TEST(MediaOperators, PassTextsOnAsBuffers) {
     class BufferOnly : public BareOut {
     public:
         using BareOut::write;
-        void write(Buffer const& content) override { m_text += text(content); }
+        void write(Buffer const& content) override { m_text += text(content) + "|"; }
         std::string m_text;
     };
     auto* const impl = new BufferOnly;
     MediaOut out(impl, false);
-    out << "ab" << std::string("cd");
-    EXPECT_EQ(impl->m_text, "abcd");
+    std::string const longText(100000, 'x');
+    out << "ab" << std::string("cd") << longText;
+    EXPECT_EQ(impl->m_text, "ab|cd|" + longText + "|");
 }
 
 TEST(MediaOperators, CopyAnInputToAnOutput) {
