@@ -202,6 +202,17 @@ TEST_F(Base64File, DecodesAsAStreamDoesAndKeepsAsMuchWhenItFails) {
     }
 }
 
+// About 131,056 characters, sixteen pieces of a long line, are looked at together.
+TEST_F(Base64File, KeepsThePaddingOfALineThatIsReadInParts) {
+    for (std::size_t length = 131050; length < 131060; ++length) {
+        std::string const line =
+            std::string(length - length % 4, 'A') + "TQ" + std::string(length % 4, ' ') + "=";
+        EXPECT_EQ(decode(directory.write("in", line + "=\nTWFu"), out), 0) << length;
+        EXPECT_EQ(readFile(out).size(), length / 4 * 3 + 4) << length;
+        EXPECT_EQ(decode(directory.write("in", line + "=T\n"), out), -1) << length;
+    }
+}
+
 TEST_F(Base64File, EncodesAsAStreamDoes) {
     for (std::size_t size :
          {1u, 2u, 3u, 54u, 55u, 56u, 57u, 58u, 114u, 116735u, 116736u, 116737u, 233472u, 400000u}) {

@@ -116,7 +116,7 @@ TEST(TempFile, KeepsItsNameWhenNoFileCanBeMade) {
     std::string const refused[] = {
         directory.file("missing/aXXXXXX"),
         directory.file("without"),
-        directory.file(std::string("nul\0XXXXXX", 10)),
+        directory.file(std::string("nulXXXXXX\0XXXXXX", 16)),
         directory.file(std::string(4096, 'a') + "XXXXXX"),
         "",
     };
@@ -355,6 +355,10 @@ TEST(IStreamMediaIn, IsAtItsEndOnceTheStreamSaysSo) {
     EXPECT_EQ(in.peek(), 'c');
     EXPECT_EQ(in.read(into, 2), 1);
     EXPECT_TRUE(in.atEnd());
+    in.setpos(3);
+    EXPECT_FALSE(in.atEnd());
+    EXPECT_EQ(in.peek(), -1);
+    EXPECT_TRUE(in.atEnd()) << "a look at the next byte says so as well";
 }
 
 TEST(IStreamMediaIn, KnowsItsPositionAtTheEnd) {
@@ -527,6 +531,8 @@ TEST(IStreamMediaIn, RemembersALineFeedThatTheStreamDoesNotTakeBack) {
     });
     afterFirstLine([](IStreamMediaIn& in, Buffer&) {
         unsigned char byte = 0;
+        EXPECT_EQ(in.read(&byte, 0), 0);
+        EXPECT_EQ(byte, 0);
         EXPECT_EQ(in.read(&byte, 1), 1);
         EXPECT_EQ(byte, '\n');
         EXPECT_EQ(in.peek(), 'e');
@@ -867,6 +873,8 @@ TEST(FileMediaOut, WrapsTheCallersStream) {
     out << "Y";
     out.end();
     EXPECT_EQ(stream.str(), "aXY");
+    stream.setstate(std::ios::badbit);
+    EXPECT_EQ(failureOf([&] { out.close(); }), writeFailed) << "a close is a flush";
 }
 
 TEST(FileMediaOut, HasNoPositionWhereTheStreamHasNone) {
