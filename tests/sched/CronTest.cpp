@@ -430,6 +430,17 @@ TEST_F(CronManager, DoesNotLookAtTheOffsetWhenItCannot) {
     EXPECT_EQ(told.text(), "===== 2026-01-01 09:02:00 (1767225720) GMT offset changed. ======\n");
 }
 
+TEST_F(CronManager, KeepsTheOffsetThatItKnowsWhenItCannotLook) {
+    Zone::set("JST-9");
+    Table far;
+    Narration const told(far);
+    runFor(2, far, clock, [](int cycle) {
+        if (cycle == 1) refuseLocaltime = 1;
+    });
+    EXPECT_EQ(refuseLocaltime, 0);
+    EXPECT_EQ(told.text(), "");
+}
+
 TEST_F(CronManager, KnowsNoOffsetWhenItCannotLookAtFirst) {
     Zone::set("JST-9");
     refuseLocaltime = 1;
