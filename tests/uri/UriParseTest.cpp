@@ -152,6 +152,7 @@ TEST(UriParse, ThrowsAsHostNameDoesWhenThereIsNoHost) {
 
 Row const comparisons[] = {
     {"HTTP://User:Pw@Example.COM:8080/Path?Q=1#Frag", "http://User:Pw@example.com:8080/Path?q=1#frag"},
+    {"HTTP://example.com/x", "http://example.com/x"},
     {"http://User@example.com", "http://User@example.com"},
     {"http://User:@example.com", "http://User@example.com"},
     {"http://:Pw@example.com", "http://:Pw@example.com"},

@@ -61,6 +61,7 @@ Row const runs[] = {
     {"http://[192.0.2.1]/", ""},  // no colon behind the bracket
     {"http://a.example/[x:y]", "http://a.example/[x:y]"},
     {"http://a.example/[x:y", ""},
+    {"http://a.example/[x::y", ""},
     {"http://a.example/[x:[y]", ""},
     {"http://a.example/[[x:y]", "http://a.example/[[x:y]"},
     {"http://[::1[]/", ""},
@@ -220,6 +221,8 @@ TEST(UriSnifferDeathTest, IsLiberalBeforeThereIsAConfigurationAndMakesOneWhenAsk
 TEST_F(UriSnifferTest, LooksAtTheAskedBytesOnly) {
     std::string const text = "http://a.example/ http://b.example/path";
     UriContainer links;
+    UriSniffer::search(links, text, 1, false);
+    EXPECT_EQ(links.size(), 0U);
     UriSniffer::search(links, text, 17, false);
     EXPECT_EQ(listed(links), "http://a.example/");
     UriSniffer::search(links, text, 37, false);
