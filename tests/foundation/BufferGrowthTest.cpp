@@ -236,6 +236,9 @@ TEST(BufferGrowth, MaximumCutsWhatSizeAllocates) {
     EXPECT_EQ(buffer.size(), 2000u);
     buffer.maxSize(10);
     EXPECT_EQ(buffer.size(), 2000u) << "never shrinks";
+    buffer.size(3000);
+    buffer.increaseBuffer(3000);
+    EXPECT_EQ(buffer.size(), 2000u) << "not by an attempt to grow either";
 }
 
 TEST(BufferGrowth, MaximumDropsTheExcessOfAnAppend) {
@@ -305,6 +308,22 @@ TEST(BufferGrowth, ProtectedWrappedMemoryGrowsIntoBytesOfItsOwn) {
     EXPECT_EQ(wrapped.length(), 5010u);
 }
 
+TEST(BufferGrowth, ProtectedWrappedMemoryGrowsByTheDefaultStepWhateverItWasGiven) {
+    char memory[] = "abcdefghij";
+    Buffer wrapped(memory, 10, true);
+    wrapped.growSize(9000);
+    wrapped.protect();
+    wrapped.size(20);
+    EXPECT_EQ(wrapped.size(), 4096u);
+    wrapped.size(5000);
+    EXPECT_EQ(wrapped.size(), 8192u);
+    Buffer increased(memory, 10, true);
+    increased.growSize(9000);
+    increased.protect();
+    increased.increaseBuffer(1);
+    EXPECT_EQ(increased.size(), 4096u);
+}
+
 TEST(BufferGrowth, ProtectedWrappedMemoryThatIsSharedLeavesTheCallersBytesAlone) {
     char memory[] = "abcdefghij";
     Buffer wrapped(memory, 10, true);
@@ -324,6 +343,10 @@ TEST(BufferGrowth, ProtectedWrappedMemoryObeysAMaximumOfItsOwn) {
     wrapped.maxSize(15);
     wrapped.append('k');
     EXPECT_EQ(text(wrapped), "abcdefghij") << "appending alone does not make it owned";
+    wrapped.length(0);
+    wrapped.append(raw("klmnopqrstu"), 11);
+    EXPECT_EQ(text(wrapped), "") << "nor when it is empty";
+    wrapped.length(10);
     wrapped.size(12);
     EXPECT_EQ(wrapped.size(), 15u);
     wrapped.append(raw("klmnopq"), 7);
@@ -474,6 +497,19 @@ TEST(BufferSharing, ProtectedCopiesSeparateWhenOneIsChanged) {
     EXPECT_EQ(changed([](Buffer& b) { b.c_str(); }), "abc");
     EXPECT_EQ(changed([](Buffer& b) { b.increaseBuffer(1); }), "abc");
     EXPECT_EQ(changed([](Buffer& b) { bytes("WFla").decodeBase64(b); }), "XYZ");
+}
+
+TEST(BufferSharing, ACopyThatSeparatedIsProtectedAsWell) {
+    Buffer first = bytes("abc");
+    first.protect();
+    Buffer second(first);
+    second.append('d');
+    Buffer third(second);
+    third.append('e');
+    third.append(raw("f"), 1);
+    EXPECT_EQ(text(first), "abc");
+    EXPECT_EQ(text(second), "abcd");
+    EXPECT_EQ(text(third), "abcdef");
 }
 
 TEST(BufferSharing, UnprotectSharesAgain) {

@@ -378,6 +378,8 @@ TEST(Buffer, ShiftRightRefusesWhatCannotGrow) {
     Buffer wrapped(memory, 6, true);
     EXPECT_EQ(failureOf([&] { wrapped.shiftRight(7, '-'); }), fixedSize);
     EXPECT_EQ(failureOf([&] { wrapped.shiftRight(1, '-'); }), fixedSize);
+    wrapped.shiftRight(0, '-');
+    EXPECT_EQ(text(wrapped), "abcdef") << "which is nothing to grow for";
     wrapped.length(3);
     EXPECT_EQ(failureOf([&] { wrapped.shiftRight(3, '-'); }), fixedSize) << "one byte more moves along";
     wrapped.shiftRight(2, '-');
