@@ -231,6 +231,11 @@ TEST(ExceptionCause, MayBeANullException) {
     EXPECT_TRUE(e.hasCause());
     EXPECT_TRUE(e.cause()->isNull());
     EXPECT_EQ(e.asString(), "e( 1 ) ");
+    Exception other = named("other");
+    Exception f = named("f");
+    other.cause(f);
+    f.cause(e);
+    EXPECT_EQ(other.asString(), "e( 1 ) f( 1 ) other( 1 ) ") << "the chain ends at it";
 }
 
 TEST(ExceptionCause, KeptForTheDaemonsTheFirstOneLivesWhenASecondReplacesIt) {

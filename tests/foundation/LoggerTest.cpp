@@ -283,6 +283,23 @@ TEST_F(LoggerTest, PrintsLinesToStandardOutput) {
     EXPECT_EQ(lastEvent.calls, 0);
 }
 
+TEST_F(LoggerTest, FlushesEveryLine) {
+    struct Flushes : std::stringbuf {
+        std::string flushed;
+        int sync() override {
+            flushed = str();
+            return 0;
+        }
+    } output;
+    std::streambuf* const former = std::cout.rdbuf(&output);
+    StdOutLogger::instance()->evt_log(1, someArgs, "%s", "a");
+    std::string const afterOne = output.flushed;
+    StdOutLogger::instance()->evt_log(1, "context", "%s", "b");
+    std::cout.rdbuf(former);
+    EXPECT_EQ(afterOne, "a\n");
+    EXPECT_EQ(output.flushed, "a\nb\n");
+}
+
 TEST_F(LoggerTest, CutsPrintedLinesAt1023Characters) {
     for (std::size_t const length : {1022U, 1023U, 1024U, 5000U}) {
         std::string const text(length, 'x');

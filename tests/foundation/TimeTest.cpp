@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <thread>
 #include <type_traits>
+#include <utility>
 
 #include "tests/support/Support.h"
 
@@ -151,6 +152,14 @@ TEST(Time, KeepsTheOffsetOfTheZoneInTheSecondsOfAUtcTime) {
     EXPECT_EQ(Time::then(1700000000, true).asTimeT(), 1700000000);
 }
 
+TEST(Time, TakesTheFieldsOfAUtcTimeForStandardTimeInSummerToo) {
+    Zone const zone("ABC5ABD,M3.2.0,M11.1.0");
+    constexpr long july2023 = 1689000000;
+    EXPECT_EQ(Time::then(july2023, false).asTimeT(), july2023 + 5 * 3600);
+    EXPECT_EQ(Time::then(july2023, true).asTimeT(), july2023);
+    EXPECT_STREQ(Time::then(july2023, true).asCstring(), "Mon, 10 Jul 2023 10:40:00 -0400");
+}
+
 TEST(Time, ComputesTheSecondsOfADefaultTimeWhenAsked) {
     Zone const zone("UTC");
     EXPECT_EQ(Time().asTimeT(), -2209075200);  // the day before 1900 began
@@ -223,18 +232,23 @@ TEST(Time, From2038OnIgnoresTheSecondsAndTheOtherFields) {
 }
 
 TEST(Time, Before2038ComparesTheSecondsThatItKeepsNotTheFields) {
-    Time noonHere;
-    Time noonThere;
-    {
-        Zone const zone("UTC");
-        noonHere = Time::then(1700000000, false);
+    for (auto const& [seconds, expected] : {std::pair{1700000000L, less},
+                                            {firstSecondOf2038 - day, less},
+                                            {firstSecondOf2038, equal},
+                                            {firstSecondOf2040, equal}}) {
+        Time noonHere;
+        Time noonThere;
+        {
+            Zone const zone("UTC");
+            noonHere = Time::then(seconds, false);
+        }
+        {
+            Zone const zone("ABC5");
+            noonThere = Time::then(seconds, false);  // the same fields, five hours more in seconds
+        }
+        EXPECT_STREQ(noonHere.asCstring(), noonThere.asCstring());
+        EXPECT_EQ(comparisons(noonHere, noonThere), expected) << seconds;
     }
-    {
-        Zone const zone("ABC5");
-        noonThere = Time::then(1700000000, false);  // the same fields, five hours more in seconds
-    }
-    EXPECT_STREQ(noonHere.asCstring(), noonThere.asCstring());
-    EXPECT_EQ(comparisons(noonHere, noonThere), less);
 }
 
 TEST(Time, WithoutSecondsYetComparesAsTheBeginningOf1970) {

@@ -1,3 +1,4 @@
+#include <tuple>
 #include <utility>
 
 #include "include2/ClassifierDetail"
@@ -82,6 +83,21 @@ TEST(PatternContainer, TheFirstMatchInByteOrderWins) {
         std::string const* matched = &untouched;
         EXPECT_EQ(patterns.match(row.text, &matched), row.pattern != nullptr) << row.text;
         EXPECT_EQ(*matched, row.pattern ? row.pattern : "untouched") << row.text;
+    }
+}
+
+TEST(PatternContainer, TakesSlashesAndLeadingDotsForOrdinaryAndBackslashesForQuotes) {
+    for (auto const& [pattern, text, matches] : {std::tuple{"*.exe", "a/b.exe", true},
+                                                 {"a?b", "a/b", true},
+                                                 {"*rc", ".profilerc", true},
+                                                 {"?a", ".a", true},
+                                                 {"[.]a", ".A", true},
+                                                 {"\\*", "*", true},
+                                                 {"\\*", "\\x", false},
+                                                 {"[!a-c]", "B", false}}) {
+        PatternContainer patterns;
+        patterns.add(pattern);
+        EXPECT_EQ(patterns.match(text, nullptr), matches) << pattern << " against " << text;
     }
 }
 
