@@ -60,6 +60,14 @@ TEST(Path, IsSplitAtItsLastSlash) {
     for (auto const& row : rows) EXPECT_EQ(parts(Path(row.text)), row.parts) << row.text;
 }
 
+TEST(Path, TakesNothingFromAnEmptyText) {
+    File::PathImpl path("/d/x");
+    path.parse("");
+    EXPECT_EQ(path.directory(), "/d");
+    EXPECT_EQ(path.name(), "x");
+    EXPECT_EQ(path.path(), "/d/x");
+}
+
 TEST(Path, IsJoinedFromDirectoryAndName) {
     struct {
         std::string directory, name, parts;

@@ -185,6 +185,9 @@ TEST(FileSelector, MatchesNamesAndNeverTheirDirectories) {
     EXPECT_TRUE(selector.patternMatch(Path("b")));
     EXPECT_FALSE(selector.patternMatch(Path("/x.eml/a")));
     EXPECT_FALSE(selector.patternMatch(Path("/x/sub")));
+    selector.patterns({"\\*.eml"});
+    EXPECT_TRUE(selector.patternMatch(Path("*.eml"))) << "a backslash takes the meaning of what follows";
+    EXPECT_FALSE(selector.patternMatch(Path("a.eml")));
     EXPECT_TRUE(selector.subdirectoryMatch(Path("/x/sub")));
     EXPECT_FALSE(selector.subdirectoryMatch(Path("/sub/x")));
     EXPECT_FALSE(selector.subdirectoryMatch(Path("b")));
