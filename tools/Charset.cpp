@@ -31,7 +31,8 @@ iconv_t noConverter() {
 ToUtf8::ToUtf8(std::string const& charset)
     : ToUtf8(isConverted(charset) ? ::iconv_open("UTF-8", charset.c_str()) : noConverter()) {}
 
-ToUtf8::ToUtf8(iconv_t converter) : m_converter(converter == noConverter() ? nullptr : converter) {}
+ToUtf8::ToUtf8(iconv_t converter)
+    : m_converter(reinterpret_cast<std::intptr_t>(converter) != -1 ? converter : nullptr) {}
 
 ToUtf8::~ToUtf8() {
     if (m_converter != nullptr) ::iconv_close(m_converter);

@@ -151,7 +151,7 @@ bool isPrivateAddress(IPAddress const& address) {
 }
 
 std::string detailOf(Exception const& e) {
-    std::string const detail = e.stringParameter();
+    std::string detail = e.stringParameter();
     if (!detail.empty()) return detail;
     return e.error() == WriteFailed ? "the swap file cannot be written" : e.asString();
 }
