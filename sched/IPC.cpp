@@ -493,6 +493,9 @@ SocketIPC Dispatcher::listening() const {
         // in time.
         fresh.socket().listen(mostWaiting);
         fresh.socket().linger(patience);  // connections inherit this
+        // A connection without a request is none yet: who connects and is silent costs nothing, for as long. It
+        // costs the others some microseconds each.
+        fresh.socket().setOption(TCP_DEFER_ACCEPT, &patience, sizeof patience, IPPROTO_TCP);
         listener = fresh;
     };
     while (!survives(listen, Pause::AfterAnyFailure)) {
@@ -587,8 +590,7 @@ void Dispatcher::dispatcher() {
         Arrivals::Place newcomer;
         // What cannot be accepted now, for want of descriptors, cannot be accepted at once either.
         survives([&] { newcomer = accepted(listener, !arrivals.isEmpty()); }, Pause::AfterAnyFailure);
-        // Who is alone has hardly had the time to ask.
-        if (newcomer && !arrivals.isEmpty()) survives([&] { attend(newcomer, false); });
+        if (newcomer) survives([&] { attend(newcomer, false); });
         if (!newcomer) continue;
         // The time of whoever came first is over when there is no room, so that there always is some.
         if (arrivals.isFull()) survives([&] { attend(arrivals.oldest(), true); });

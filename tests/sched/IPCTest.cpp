@@ -950,6 +950,14 @@ TEST_F(IpcDispatcher, SilentClientsHoldNobodyUp) {
     EXPECT_EQ(answerOf(silent), messageBytes(1, "at last"));
 }
 
+TEST_F(IpcDispatcher, TakesNobodyInWhoIsSilent) {
+    std::vector<SocketIPC> silent(10);
+    std::size_t const before = openDescriptors();
+    for (SocketIPC& one : silent) one.connect(static_cast<int>(s_port));
+    for (int i = 0; i < 10; ++i) EXPECT_EQ(answerTo(s_port, Pdu(1, 8)), messageBytes(1, ""));
+    EXPECT_LE(openDescriptors(), before + 1);  // the last one who got an answer may still be there
+}
+
 TEST_F(IpcDispatcher, ManyWhoAreSilentHoldNobodyUp) {
     // More than the queue of the system takes.
     std::vector<SocketIPC> silent(40);
