@@ -244,23 +244,25 @@ QUILLMARK_AVX2 Base64Run decode(unsigned char const* in, std::size_t size, unsig
             run.read + std::min(size - run.read - blockLength, stretch) / blockLength * blockLength;
         while (run.read < end) {
             Meaning const meaning(load(in + run.read));
+            run.read += blockLength;
             if (meaning.others == 0) {
                 store(filled, meaning.values);
                 filled += blockLength;
-                run.read += blockLength;
                 continue;
             }
+            std::uint32_t valid = ~meaning.others;
             odd = meaning.others != meaning.whiteSpace();
-            if (odd) break;
-            run.read += blockLength;
-            if (run.read != end) {
-                filled = storeSome(filled, meaning.values, ~meaning.others);
-                continue;
+            if (odd) {
+                run.read -= blockLength;
+                break;
             }
-            auto const behind = static_cast<unsigned int>(std::countl_zero(meaning.others));
-            filled = storeSome(filled, meaning.values, ~meaning.others << behind >> behind);
-            run.read -= behind;
-            break;
+            if (run.read == end) {
+                auto const behind = static_cast<unsigned int>(std::countl_zero(meaning.others));
+                run.read -= behind;
+                valid = valid << behind >> behind;
+            }
+            filled = storeSome(filled, meaning.values, valid);
+            if (valid != ~meaning.others) break;
         }
         unsigned char const* taken = values.data();
         for (; filled - taken >= static_cast<std::ptrdiff_t>(blockLength); taken += blockLength) {
