@@ -256,7 +256,7 @@ class Errors {
 public:
     explicit Errors(Running& run)
         : m_reader([&run, this] {
-              for (std::string line; !(line = run.error()).empty();) {
+              for (std::string line; run.error(line);) {
                   if (line == "quillmark: policy and lists are read again") ++readAgain;
                   if (line == "quillmark: what was read before goes on") ++refused;
               }
@@ -394,7 +394,7 @@ Soaked soakScan(Pace const& pace) {
             if (std::string const wrong = given.reported(pathIn(line)); !wrong.empty()) watched.wrong(wrong);
     });
     std::thread errors([&] {
-        for (std::string line; !(line = scan.error()).empty();) watched.wrong("said: " + line);
+        for (std::string line; scan.error(line);) watched.wrong("said: " + line);
     });
     Random random(1);
     int const paths = ::open(queue.c_str(), O_WRONLY | O_CLOEXEC);

@@ -65,12 +65,14 @@ std::string drained(int terminal) {
 }
 
 /// The next line, without its end; what there is of it when nothing more comes.
-std::string nextLine(int descriptor) {
-    std::string text;
+/// @return whether there was one
+bool nextLine(int descriptor, std::string& text) {
+    text.clear();
     for (char c = 0;;) {
         ssize_t const count = ::read(descriptor, &c, 1);
         if (count < 0 && errno == EINTR) continue;
-        if (count <= 0 || c == '\n') return text;
+        if (count <= 0) return !text.empty();
+        if (c == '\n') return true;
         text += c;
     }
 }
@@ -185,11 +187,19 @@ Running::~Running() {
 }
 
 std::string Running::line() {
-    return nextLine(m_out);
+    std::string text;
+    nextLine(m_out, text);
+    return text;
 }
 
 std::string Running::error() {
-    return nextLine(m_err);
+    std::string text;
+    nextLine(m_err, text);
+    return text;
+}
+
+bool Running::error(std::string& line) {
+    return nextLine(m_err, line);
 }
 
 void Running::closeOutput() {

@@ -45,7 +45,9 @@ public:
 
     std::string line();   ///< the next line of standard output, waited for; empty when there is none
     std::string error();  ///< the same of standard error
-    void closeOutput();   ///< from now on nobody reads its standard output
+    /// The same, where empty lines are lines. @return whether there was one
+    bool error(std::string& line);
+    void closeOutput();  ///< from now on nobody reads its standard output
     void signal(int number) const;
     int process() const { return m_child; }  ///< its number
     int wait();                              ///< waits for the end. @return as Ran::status
