@@ -201,9 +201,10 @@ std::string Features::asText(std::size_t limit) const {
     if (!sender.empty()) add("sender ", sender);
     for (std::string const& digest : digests) add("digest ", digest);
     // First the links that a rule may find, and one that speaks for the sender.
-    std::string const own = registeredDomain(sender);
+    std::string const own = registeredDomain(onOneLine(sender));
     std::vector<Link> others;
-    for (Link const& link : links) {
+    for (Link link : links) {
+        link.host = onOneLine(std::move(link.host));  // as whoever reads it will see it
         Host const host = hostOf(link.host);
         bool const matters = link.hasUser || host.isAddress || link.host.find("xn--") != std::string::npos ||
                              (!own.empty() && areRelated(host.domain, own));
