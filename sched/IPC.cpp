@@ -493,8 +493,8 @@ SocketIPC Dispatcher::listening() const {
         // in time.
         fresh.socket().listen(mostWaiting);
         fresh.socket().linger(patience);  // connections inherit this
-        // A connection without a request is none yet: who connects and is silent costs nothing, for as long. It
-        // costs the others some microseconds each.
+        // A connection without a request is none yet: who connects and is silent costs no descriptor, and the
+        // others some microseconds each.
         fresh.socket().setOption(TCP_DEFER_ACCEPT, &patience, sizeof patience, IPPROTO_TCP);
         listener = fresh;
     };
