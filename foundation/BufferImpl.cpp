@@ -308,6 +308,11 @@ Buffer::~Buffer() {
     release(m_impl);
 }
 
+// By value: a byte whose address is asked for would be stored for each append that is fast.
+void Buffer::appendSlowly(unsigned char byte) {
+    appendSlowly(&byte, 1);
+}
+
 void Buffer::appendSlowly(unsigned char const* bytes, unsigned int count) {
     if (count == 0) return;
     if (!bytes) fail<BufferException>(BadArgument, here(356));
