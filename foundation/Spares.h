@@ -15,6 +15,8 @@ namespace Quillmark {
 template <class T, std::size_t most>
 class Spares {
 public:
+    static constexpr std::size_t limit = most;
+
     /// The one that was given back last; null when there is none.
     static std::unique_ptr<T> take() noexcept {
         Spares* const spares = s_kept.spares;

@@ -3,6 +3,7 @@
 #include "foundation/AddressText.h"
 #include "foundation/Caught.h"
 #include "foundation/Fail.h"
+#include "foundation/SpareBlocks.h"
 #include "net/MessageSheet.h"
 #include "net/RecordNumbers.h"
 
@@ -23,6 +24,9 @@ namespace {
 
 using Query = ResolverMessage::Query;
 using Record = ResolverMessage::Record;
+
+// As many as there are sheets to go with them.
+using SpareMessages = SpareBlocks<ResolverMessageImpl, SpareSheets::limit>;
 
 constexpr Site here{"Resolver", 0};
 
@@ -244,6 +248,14 @@ void ResolverMessage::print(std::FILE* out) const {
     std::fwrite(text.data(), 1, text.size(), out);
 }
 
+void* ResolverMessageImpl::operator new(std::size_t size) {
+    return SpareMessages::take(size);
+}
+
+void ResolverMessageImpl::operator delete(void* memory, std::size_t size) noexcept {
+    SpareMessages::giveBack(memory, size);
+}
+
 ResolverMessageImpl::ResolverMessageImpl() : m_sheet(SpareSheets::take()) {
     if (m_sheet)
         m_sheet->clear();
@@ -283,7 +295,12 @@ void ResolverMessageImpl::parse() {
 void ResolverMessageImpl::parseHeader() {
     if (m_length < headerSize) fail("ResolverMessage", Refused, here, "Truncated packet");
     m_header = m_bytes;
-    for (unsigned int const at : {0U, 4U, 6U, 8U, 10U}) std::swap(m_bytes[at], m_bytes[at + 1]);
+    for (unsigned int const at : {0U, 4U, 6U, 8U, 10U}) {
+        std::uint16_t number = 0;
+        std::memcpy(&number, m_bytes + at, sizeof number);
+        number = __builtin_bswap16(number);
+        std::memcpy(m_bytes + at, &number, sizeof number);
+    }
     m_sheet->reader.skip(headerSize);
 }
 
