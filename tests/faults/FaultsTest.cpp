@@ -21,6 +21,7 @@
 
 #include <gtest/gtest.h>
 
+#include "include2/Buffer"
 #include "include2/Exception"
 #include "tests/faults/Tour.h"
 #include "tests/support/DomainLists.h"
@@ -280,5 +281,17 @@ TEST_P(Faults, ThirtyTwoDescriptorsAreEnoughForEver) {
 
 INSTANTIATE_TEST_SUITE_P(, Faults, testing::ValuesIn(tour().begin(), tour().end()),
                          [](auto const& service) { return std::string(service.param.name); });
+
+// A buffer asks for twice the memory that it has; to be refused that much is no failure yet.
+TEST(FaultsOfBuffers, GrowsByWhatIsNeededWhenTwiceAsMuchIsRefused) {
+    std::string const bytes(8192, 'x');
+    Quillmark::Buffer buffer(8192, 0);
+    buffer.append(reinterpret_cast<unsigned char const*>(bytes.data()), 8192);
+    faultsArm(FaultMemory, 1, false);
+    buffer.append('y');
+    EXPECT_EQ(faultsDisarm(), 2) << "asked once more";
+    EXPECT_EQ(buffer.size(), 12288U);
+    EXPECT_EQ(std::string(buffer.c_str()), bytes + "y");
+}
 
 }  // namespace QuillmarkTest

@@ -9,6 +9,7 @@
 
 #include "include2/Logger"
 #include "tests/support/Support.h"
+#include "tests/support/Threads.h"
 
 using namespace Quillmark;
 using QuillmarkTest::slotOf;
@@ -331,6 +332,37 @@ TEST_F(LoggerTest, KeepsThePrintedLinesOfThreadsApart) {
     int count = 0;
     for (std::string line; std::getline(out, line); ++count) EXPECT_EQ(line, std::string(200, line[0]));
     EXPECT_EQ(count, threadCount * lineCount);
+}
+
+TEST_F(LoggerTest, PrintsOneLineAtATime) {
+    // Whoever prints first goes on when the other waits for its turn, or stands beside it.
+    struct Turns : std::stringbuf {
+        std::atomic<bool> begun{false};
+        std::atomic<bool> inside{false};
+        std::atomic<bool> met{false};
+        std::atomic<pid_t> other{0};
+        std::streamsize xsputn(char const* text, std::streamsize size) override {
+            if (inside.exchange(true)) met = true;
+            if (!begun.exchange(true))
+                while (!met && (other == 0 || !QuillmarkTest::isAsleep(other))) std::this_thread::yield();
+            if (met) return 0;
+            inside = false;
+            return std::stringbuf::xsputn(text, size);
+        }
+    } output;
+    std::streambuf* const former = std::cout.rdbuf(&output);
+    Logger* const logger = StdOutLogger::instance();
+    std::thread second([&] {
+        while (!output.begun) std::this_thread::yield();
+        output.other = ::gettid();
+        logger->evt_log(1, someArgs, "%s", "second");
+    });
+    logger->evt_log(1, someArgs, "%s", "first");
+    second.join();
+    std::cout.rdbuf(former);
+    std::cout.clear();
+    EXPECT_FALSE(output.met);
+    EXPECT_EQ(output.str(), "first\nsecond\n");
 }
 
 TEST(ReplaceDoubleQuote, MakesThemSingle) {
