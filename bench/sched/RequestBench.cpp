@@ -1,14 +1,19 @@
 // A request and its answer over loopback, on a connection of its own each: 64 bytes that come back as they
 // were sent, as a daemon asks another one. The servers have a thread of their own and take one at a time.
+//
+// On two processors most of the time is what a sleeping one takes to wake, and whether the server's sleep ends
+// with the connection or with the request on it. On one it is what everybody does.
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <zmq.h>
 
 #include <array>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <string>
 #include <thread>
@@ -126,6 +131,25 @@ Message ourRequest(int port) {
     return message;
 }
 
+/// Lets all threads of this process run on the first @p count processors that there are, no others.
+void useProcessors(int count) {
+    static cpu_set_t const all = [] {
+        cpu_set_t set;
+        CPU_ZERO(&set);
+        bench::agree(::sched_getaffinity(0, sizeof set, &set) == 0, "the processors");
+        return set;
+    }();
+    static int used = 0;
+    if (used == count) return;
+    cpu_set_t wanted = all;
+    int left = count;
+    for (std::size_t cpu = 0; cpu < CPU_SETSIZE; ++cpu)
+        if (CPU_ISSET(cpu, &wanted) && left-- <= 0) CPU_CLR(cpu, &wanted);
+    for (auto const& thread : std::filesystem::directory_iterator("/proc/self/task"))
+        ::sched_setaffinity(std::stoi(thread.path().filename()), sizeof wanted, &wanted);
+    used = count;
+}
+
 int freePort() {
     int port = 0;
     ::close(listening(port));
@@ -151,9 +175,19 @@ int main(int argc, char** argv) {
     bench::agree(ourRequest(port) == request() && plainRequest(plainPort) == request() &&
                      zmqRequest(context, endpoint.c_str()) == request(),
                  path);
-    bench::contestant(path, "quillmark", [port] { return ourRequest(port); });
-    bench::contestant(path, "plain sockets", [plainPort] { return plainRequest(plainPort); });
-    bench::contestant(path, "ZeroMQ", [context, endpoint] { return zmqRequest(context, endpoint.c_str()); });
+    auto const compare = [&](std::string const& name, int processors) {
+        auto const contestant = [&](char const* who, auto work) {
+            bench::contestant(name, who, [processors, work] {
+                useProcessors(processors);
+                return work();
+            });
+        };
+        contestant("quillmark", [port] { return ourRequest(port); });
+        contestant("plain sockets", [plainPort] { return plainRequest(plainPort); });
+        contestant("ZeroMQ", [context, endpoint] { return zmqRequest(context, endpoint.c_str()); });
+    };
+    compare(path, CPU_SETSIZE);
+    compare(path + ", one core", 1);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     std::cout.flush();
