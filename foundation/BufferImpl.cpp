@@ -3,8 +3,11 @@
 
 #include "include2/Buffer"
 
+#include <sanitizer/asan_interface.h>  // whose marks are nothing in other builds
+
 #include <algorithm>
 #include <climits>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -13,6 +16,7 @@
 
 #include "foundation/Base64.h"
 #include "foundation/Fail.h"
+#include "foundation/SpareBlocks.h"
 
 namespace Quillmark {
 
@@ -40,6 +44,27 @@ int signOf(int difference) {
 /// How the bytes compare with as many zero bytes.
 int compareWithZeros(unsigned char const* bytes, std::size_t count) {
     return std::any_of(bytes, bytes + count, [](unsigned char c) { return c != 0; }) ? 1 : 0;
+}
+
+// Digests, requests and parts of lines come and go by the dozen, too small to be worth two pieces of memory.
+constexpr uint_t roomInRecord = 64;
+
+struct RecordBlock {
+    alignas(std::max_align_t) unsigned char bytes[sizeof(BufferImpl) + roomInRecord];
+};
+static_assert(sizeof(BufferImpl) % alignof(std::max_align_t) == 0,
+              "the room is aligned as the heap's memory is");
+
+using SpareRecords = SpareBlocks<RecordBlock, 64>;
+
+/// How much memory there has to be for an object of @p size bytes that begins with a record.
+std::size_t blockSize(std::size_t size) noexcept {
+    return size == sizeof(BufferImpl) ? sizeof(RecordBlock) : size;
+}
+
+/// Where a small array lies.
+unsigned char* roomOf(BufferImpl& record) noexcept {
+    return reinterpret_cast<unsigned char*>(&record + 1);
 }
 
 /// A record over an array that malloc or calloc made.
@@ -70,7 +95,15 @@ void* zeroed(std::size_t size) {
 }
 
 BufferImpl* newOwned(uint_t size, uint_t growStep) {
-    return newOwning(zeroed(size), size, growStep);
+    if (size > roomInRecord) return newOwning(zeroed(size), size, growStep);
+    auto* const record = new (std::nothrow) BufferImpl;
+    if (!record) fail<BufferException>(Refused, here(46));
+    record->data = roomOf(*record);
+    std::memset(record->data, 0, roomInRecord);
+    ASAN_POISON_MEMORY_REGION(record->data + size, roomInRecord - size);  // whoever goes too far shows
+    record->allocated = record->capacity = size;
+    record->growStep = growStep;
+    return record;
 }
 
 BufferImpl* newWrapping(void const* data, uint_t size) {
@@ -151,15 +184,15 @@ std::uint64_t stepped(std::uint64_t bytes, uint_t step) {
 /// An array of @p size bytes that begins with the record's; the former array is gone, unless it was
 /// the caller's. Null, and nothing changed, when the memory is not to be had.
 unsigned char* moved(BufferImpl& record, std::size_t size) noexcept {
-    if (!record.fixed && !record.sensitive)
+    bool const inside = record.data == roomOf(record);
+    if (!record.fixed && !inside && !record.sensitive)
         return static_cast<unsigned char*>(std::realloc(record.data, size));
     auto* const array = static_cast<unsigned char*>(std::malloc(size));
     if (!array) return nullptr;
     if (record.length != 0) std::memcpy(array, record.data, record.length);
-    if (!record.fixed) {
-        explicit_bzero(record.data, record.allocated);
-        std::free(record.data);
-    }
+    if (record.fixed) return array;
+    if (record.sensitive) explicit_bzero(record.data, record.allocated);
+    if (!inside) std::free(record.data);
     return array;
 }
 
@@ -283,11 +316,23 @@ void dropTerminated(BufferImpl& record) noexcept {
 
 }  // namespace
 
+void* BufferImpl::operator new(std::size_t size) {
+    return SpareRecords::take(blockSize(size));
+}
+
+void* BufferImpl::operator new(std::size_t size, std::nothrow_t const& none) noexcept {
+    return SpareRecords::take(blockSize(size), none);
+}
+
+void BufferImpl::operator delete(void* memory, std::size_t size) noexcept {
+    SpareRecords::giveBack(memory, blockSize(size));
+}
+
 BufferImpl::~BufferImpl() {
     dropTerminated(*this);
     if (fixed || !data) return;
     if (sensitive) explicit_bzero(data, allocated);
-    std::free(data);
+    if (data != roomOf(*this)) std::free(data);
 }
 
 Buffer::Buffer() : m_impl(newOwned(defaultSize, defaultStep)) {}

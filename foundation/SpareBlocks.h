@@ -19,10 +19,14 @@ template <class T, std::size_t most>
 class SpareBlocks {
 public:
     static void* take(std::size_t size) {
-        Spare& spare = s_spare;
-        if (size != sizeof(T) || spare.first == nullptr) return ::operator new(size);
-        ++spare.room;
-        return pop(spare);
+        void* const spare = size == sizeof(T) ? spareBlock() : nullptr;
+        return spare != nullptr ? spare : ::operator new(size);
+    }
+
+    /// The same, and null where there is no memory.
+    static void* take(std::size_t size, std::nothrow_t const& /*none*/) noexcept {
+        void* const spare = size == sizeof(T) ? spareBlock() : nullptr;
+        return spare != nullptr ? spare : ::operator new(size, std::nothrow);
     }
 
     static void giveBack(void* memory, std::size_t size) noexcept {
@@ -43,6 +47,13 @@ private:
         Block* first;
         std::size_t room;  ///< for more blocks
     };
+
+    static void* spareBlock() noexcept {
+        Spare& spare = s_spare;
+        if (spare.first == nullptr) return nullptr;
+        ++spare.room;
+        return pop(spare);
+    }
 
     static Block* pop(Spare& spare) noexcept {
         Block* const block = spare.first;

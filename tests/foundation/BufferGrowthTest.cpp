@@ -3,13 +3,17 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "include2/Buffer"
 #include "tests/foundation/BufferSupport.h"
 #include "tests/support/Support.h"
+#include "tests/support/Threads.h"
 
 using namespace Quillmark;
 using namespace QuillmarkTest;
@@ -412,23 +416,43 @@ TEST(BufferGrowth, RefusesSizesThatRoundBeyond32Bits) {
 }
 
 TEST(BufferGrowth, RefusesARecordThatCannotBeAllocated) {
-    auto const failing = [](std::function<void()> const& action) {
-        return failureOf([&] {
-            struct Fails {
-                Fails() { recordsFail = true; }
-                ~Fails() { recordsFail = false; }
-            } const fails;
-            action();
-        });
-    };
-    Buffer shared = bytes("abc");
-    Buffer sharer = shared;
-    EXPECT_EQ(failing([] { Buffer(); }), "BufferException( 4 ) , BufferImpl:46, ");
-    EXPECT_EQ(failing([] { Buffer("x", 1, false); }), "BufferException( 4 ) , BufferImpl:46, ");
-    EXPECT_EQ(failing([] { Buffer("x", 1, true); }), "BufferException( 4 ) , BufferImpl:55, ");
-    EXPECT_EQ(failing([&] { sharer.protect(); }), "BufferException( 4 ) , BufferImpl:46, ");
-    EXPECT_EQ(text(sharer), "abc");
-    EXPECT_EQ(sharer.data(), shared.data());
+    onAnotherThread([] {  // which has kept none
+        auto const failing = [](std::function<void()> const& action) {
+            return failureOf([&] {
+                struct Fails {
+                    Fails() { recordsFail = true; }
+                    ~Fails() { recordsFail = false; }
+                } const fails;
+                action();
+            });
+        };
+        Buffer shared = bytes("abc");
+        Buffer sharer = shared;
+        EXPECT_EQ(failing([] { Buffer(); }), "BufferException( 4 ) , BufferImpl:46, ");
+        EXPECT_EQ(failing([] { Buffer(16, 0); }), "BufferException( 4 ) , BufferImpl:46, ");
+        EXPECT_EQ(failing([] { Buffer("x", 1, false); }), "BufferException( 4 ) , BufferImpl:46, ");
+        EXPECT_EQ(failing([] { Buffer("x", 1, true); }), "BufferException( 4 ) , BufferImpl:55, ");
+        EXPECT_EQ(failing([&] { sharer.protect(); }), "BufferException( 4 ) , BufferImpl:46, ");
+        EXPECT_EQ(text(sharer), "abc");
+        EXPECT_EQ(sharer.data(), shared.data());
+    });
+}
+
+TEST(BufferGrowth, ArraysOfEverySizeGrowAlike) {
+    for (unsigned int size = 1; size <= 80; ++size) {
+        Buffer buffer(static_cast<int>(size), 0);
+        ASSERT_EQ(buffer.size(), size);
+        ASSERT_EQ(reinterpret_cast<std::uintptr_t>(buffer.data()) % alignof(std::max_align_t), 0U);
+        ASSERT_EQ(std::string(buffer.c_str(), size), std::string(size, '\0')) << size;
+        std::string const all(size, 'a');
+        buffer.append(bytes(all));
+        ASSERT_EQ(buffer.size(), size) << "it is full";
+        buffer.append('b');
+        ASSERT_EQ(text(buffer), all + "b");
+        ASSERT_EQ(buffer.size(), 4096U);
+        auto const* const behind = std::as_const(buffer).data() + size + 1;
+        ASSERT_EQ(std::count(behind, behind + 4095 - size, 0), 4095 - size) << size;
+    }
 }
 
 // A sanitizer's allocator ends the process where the system's gives null.
@@ -598,6 +622,24 @@ TEST(BufferWiping, GrowthWipesTheArrayThatItLeaves) {
     buffer.size(1025);
     EXPECT_EQ(text(buffer), "secret");
     EXPECT_THAT(wiped, testing::ElementsAre(former));
+}
+
+TEST(BufferWiping, SmallArraysAreWipedWhenTheyAreLeft) {
+    wiped.clear();
+    Wiped former{}, last{};
+    {
+        Buffer buffer(16, 0);
+        buffer.append(bytes("secret"));
+        buffer.sensitiveData(true);
+        former = {buffer.data(), 16};
+        buffer.size(17);
+        EXPECT_EQ(text(buffer), "secret");
+        EXPECT_THAT(wiped, testing::ElementsAre(former));
+        Buffer small(16, 0);
+        small.sensitiveData(true);
+        last = {small.data(), 16};
+    }
+    EXPECT_THAT(wiped, testing::Contains(last));
 }
 
 TEST(BufferWiping, ARecordThatItsLastSharerLeavesIsWiped) {
