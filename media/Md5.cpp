@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "foundation/Fail.h"
+#include "foundation/SpareBlocks.h"
 #include "media/Md5Block.h"
 
 namespace Quillmark {
@@ -38,13 +39,16 @@ public:
 
 }  // namespace
 
-class Md5HasherImpl : public virtual RefImpl {
+class Md5HasherImpl final : public virtual RefImpl {
 public:
     void update(unsigned char const* data, std::size_t length);
     void finalize();
     Buffer const& digest();
     std::string const& hex();
     void xorDigest(std::uint32_t key);
+
+    static void* operator new(std::size_t size);
+    static void operator delete(void* memory, std::size_t size) noexcept;
 
 private:
     Md5State m_state = md5InitialState;
@@ -59,6 +63,16 @@ private:
     void add(unsigned char const* data, std::size_t length) noexcept;
     unsigned char* bytes() { return m_digest ? m_digest->data() : m_bytes.data(); }
 };
+
+using SpareHashers = SpareBlocks<Md5HasherImpl, 8>;
+
+void* Md5HasherImpl::operator new(std::size_t size) {
+    return SpareHashers::take(size);
+}
+
+void Md5HasherImpl::operator delete(void* memory, std::size_t size) noexcept {
+    SpareHashers::giveBack(memory, size);
+}
 
 Buffer const& Md5HasherImpl::digest() {
     if (!m_digest) m_digest.emplace(m_bytes.data());
