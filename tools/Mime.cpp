@@ -197,6 +197,16 @@ std::string rawValue(GMimeHeader* header, GMimeStream* source) {
     }
 }
 
+/// The name of a field as it is written.
+std::string nameOf(GMimeHeader* header, GMimeStream* source) {
+    std::string name = textOf(g_mime_header_get_name(header));
+    gint64 const offset = g_mime_header_get_offset(header);
+    if (!name.starts_with(hiddenInitial) || offset < 0) return name;
+    Owned<GMimeStream> const field(g_mime_stream_substream(source, offset, offset + 1));
+    g_mime_stream_read(field.get(), name.data(), 1);
+    return name;
+}
+
 /// The names that the fields of an object give it.
 std::vector<std::string> fileNamesOf(GMimeObject* object, GMimeStream* source) {
     FileNames names;
@@ -286,7 +296,7 @@ void Message::State::readFields(GMimeStream* source) {
         int const count = g_mime_header_list_get_count(list);
         for (int i = 0; i < count; ++i) {
             GMimeHeader* const header = g_mime_header_list_get_header_at(list, i);
-            fields.push_back({textOf(g_mime_header_get_name(header)), unfolded(rawValue(header, source))});
+            fields.push_back({nameOf(header, source), unfolded(rawValue(header, source))});
         }
     }
 }
@@ -405,8 +415,7 @@ struct Reader::State {
     bool mbox = false;
     bool done = false;
 
-    explicit State(GMimeStream* source)
-        : stream(source), parsed(newParserStream(source, hidden)), options(g_mime_parser_options_new()) {
+    explicit State(GMimeStream* source) : stream(source), options(g_mime_parser_options_new()) {
         g_mime_parser_options_set_warning_callback(options.get(), Faults::collect, &faults);
         // Every field is decoded, needed or not, and what only looks like an encoded word is followed to the
         // end of its field: one of a megabyte that is full of them would take minutes. Strictly, words stand
@@ -418,6 +427,7 @@ struct Reader::State {
         done = count == 0;
         mbox = count == 5 && std::string_view(start.data(), 5) == "From ";
         g_mime_stream_reset(stream.get());
+        parsed.reset(newParserStream(stream.get(), mbox, hidden));
         if (!mbox && GMIME_IS_STREAM_MEM(stream.get())) readHeader();
         parser.reset(g_mime_parser_new_with_stream(parsed.get()));
         g_mime_parser_set_format(parser.get(), mbox ? GMIME_FORMAT_MBOX : GMIME_FORMAT_MESSAGE);
@@ -517,8 +527,7 @@ bool Reader::isMbox() const {
     return m_state->mbox;
 }
 
-// A part keeps its header as it is, and the addresses are the library's to read. Only the reader of mailboxes
-// knows no parts, and takes the addresses apart itself.
+// What is no mailbox is read as a part, which keeps all of the header.
 void Reader::State::parse(Message::State& next) {
     CharsetLookup lookup;
     std::int64_t const begin = g_mime_parser_tell(parser.get());

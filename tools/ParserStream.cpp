@@ -1,7 +1,10 @@
 #include "tools/ParserStream.h"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstring>
+#include <string_view>
 
 namespace QuillmarkTool::Mime {
 namespace {
@@ -29,6 +32,7 @@ struct ParserStream {
     GMimeStream parent;
     GMimeStream* bytes;
     std::vector<std::int64_t>* hidden;
+    bool isMbox;
     bool isHiding;  // in this field
     Charset word;   // behind "=?", up to the next "?"
     Charset value;  // behind "*=", up to the first "'"
@@ -72,9 +76,52 @@ void hideLongNames(ParserStream& stream, char* bytes, std::size_t count, gint64 
     }
 }
 
+constexpr std::string_view takenApart[] = {"Bcc",      "Cc",     "Date",    "From", "Message-Id",
+                                           "Reply-To", "Sender", "Subject", "To"};
+constexpr std::size_t longestTakenApart = 10;
+constexpr std::string_view initials = "BbCcDdFfMmRrSsTt";
+
+/// Whether a line, of which the beginning is given, is a field of these.
+bool isTakenApart(std::string_view line, bool isMbox) {
+    return std::any_of(std::begin(takenApart), std::end(takenApart), [&](std::string_view name) {
+        if (line.size() <= name.size() || g_ascii_strncasecmp(line.data(), name.data(), name.size()) != 0)
+            return false;
+        char const behind = line[name.size()];
+        bool const isMarker = isMbox && behind == ' ' && line.starts_with("From");
+        return behind == ':' || behind == '\t' || (behind == ' ' && !isMarker);
+    });
+}
+
+/// As much of a line as tells which field it is, though there be less of it in the block.
+std::string_view beginningOf(char const* line, std::size_t inBlock, GMimeStream* behind,
+                             std::array<char, longestTakenApart + 1>& room) {
+    if (inBlock >= room.size()) return {line, room.size()};
+    std::copy_n(line, inBlock, room.begin());
+    gint64 const here = g_mime_stream_tell(behind);
+    ssize_t const more = g_mime_stream_read(behind, room.data() + inBlock, room.size() - inBlock);
+    g_mime_stream_seek(behind, here, GMIME_STREAM_SEEK_SET);
+    return {room.data(), inBlock + static_cast<std::size_t>(std::max<ssize_t>(more, 0))};
+}
+
+void hideFields(ParserStream& stream, char* bytes, std::size_t count) {
+    std::array<char, longestTakenApart + 1> room;  // written before it is read
+    std::size_t at = 0;
+    bool beginsLine = stream.last == '\n';
+    while (at < count) {
+        if (beginsLine && initials.find(bytes[at]) != std::string_view::npos &&
+            isTakenApart(beginningOf(bytes + at, count - at, stream.bytes, room), stream.isMbox))
+            bytes[at] = hiddenInitial;
+        void const* const end = std::memchr(bytes + at, '\n', count - at);
+        if (end == nullptr) return;
+        at = static_cast<std::size_t>(static_cast<char const*>(end) - bytes) + 1;
+        beginsLine = true;
+    }
+}
+
 ssize_t read(GMimeStream* stream, char* buffer, size_t size) {
     gint64 const offset = g_mime_stream_tell(own(stream)->bytes);
     ssize_t const count = g_mime_stream_read(own(stream)->bytes, buffer, size);
+    if (count > 0) hideFields(*own(stream), buffer, static_cast<std::size_t>(count));
     if (count > 0) hideLongNames(*own(stream), buffer, static_cast<std::size_t>(count), offset);
     return count;
 }
@@ -122,11 +169,12 @@ GType type() {
 
 }  // namespace
 
-GMimeStream* newParserStream(GMimeStream* source, std::vector<std::int64_t>& hidden) {
+GMimeStream* newParserStream(GMimeStream* source, bool isMbox, std::vector<std::int64_t>& hidden) {
     auto* const stream = own(g_object_new(type(), nullptr));
     g_mime_stream_construct(&stream->parent, 0, -1);
     stream->bytes = g_mime_stream_substream(source, 0, -1);
     stream->hidden = &hidden;
+    stream->isMbox = isMbox;
     beginField(*stream);
     stream->last = '\n';
     return &stream->parent;

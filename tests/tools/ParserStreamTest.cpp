@@ -1,0 +1,83 @@
+// What GMime's parser gets to see of a message.
+
+#include "tools/ParserStream.h"
+
+#include <gmime/gmime.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+using namespace QuillmarkTool::Mime;
+
+namespace {
+
+/// What is read in blocks of @p block bytes.
+std::string shown(std::string_view text, bool isMbox, std::size_t block = 4096) {
+    g_mime_init();
+    GMimeStream* const source = g_mime_stream_mem_new_with_buffer(text.data(), text.size());
+    std::vector<std::int64_t> hidden;
+    GMimeStream* const stream = newParserStream(source, isMbox, hidden);
+    std::string all;
+    std::vector<char> bytes(block);
+    for (ssize_t count = 0; (count = g_mime_stream_read(stream, bytes.data(), bytes.size())) > 0;)
+        all.append(bytes.data(), static_cast<std::size_t>(count));
+    g_object_unref(stream);
+    g_object_unref(source);
+    return all;
+}
+
+}  // namespace
+
+TEST(ParserStream, HidesTheNamesOfFieldsThatTheParserWouldTakeApart) {
+    struct Row {
+        char const* line;
+        char const* shown;
+        char const* shownInMailbox = shown;
+    };
+    constexpr Row rows[] = {
+        {"From: a", "_rom: a"},
+        {"fROM:a", "_ROM:a"},
+        {"From a", "_rom a", "From a"},
+        {"From : a", "_rom : a", "From : a"},
+        {"from : a", "_rom : a"},
+        {"From\t: a", "_rom\t: a"},
+        {"Sender: a", "_ender: a"},
+        {"Sender  : a", "_ender  : a"},
+        {"Reply-To: a", "_eply-To: a"},
+        {"To:", "_o:"},
+        {"Cc: a", "_c: a"},
+        {"Bcc: a", "_cc: a"},
+        {"Subject: a", "_ubject: a"},
+        {"Date: a", "_ate: a"},
+        {"Message-ID: a", "_essage-ID: a"},
+        {"Fromage: a", "Fromage: a"},
+        {"From", "From"},
+        {"Content-Type: a", "Content-Type: a"},
+        {"Resent-To: a", "Resent-To: a"},
+        {" To: a", " To: a"},
+        {"X-To: a", "X-To: a"},
+        {"--To: a", "--To: a"},
+        {"", ""},
+    };
+    for (Row const& row : rows) {
+        std::string const text = "A: b\n" + std::string(row.line) + "\nC: d\n\n" + row.line;
+        auto const expected = [](char const* line) {
+            return "A: b\n" + std::string(line) + "\nC: d\n\n" + line;
+        };
+        EXPECT_EQ(shown(text, false), expected(row.shown));
+        EXPECT_EQ(shown(text, true), expected(row.shownInMailbox));
+        EXPECT_EQ(shown(row.line, false), row.shown);
+    }
+}
+
+TEST(ParserStream, HidesTheSameHoweverItIsRead) {
+    std::string const text = "Message-Id: 1\nSubject: =?" + std::string(longestCharset + 1, 'x') +
+                             "?q?a?=\nTo: a\n b\nFrom: c\nFrom d\nReply-To : e\n\nTo: f\nT";
+    std::string const expected = shown(text, false);
+    EXPECT_EQ(expected.find("To: a"), std::string::npos);
+    for (std::size_t block = 1; block <= 40; ++block) EXPECT_EQ(shown(text, false, block), expected) << block;
+}
