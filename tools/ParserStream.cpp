@@ -33,10 +33,11 @@ struct ParserStream {
     GMimeStream* bytes;
     std::vector<std::int64_t>* hidden;
     bool isMbox;
-    bool isHiding;  // in this field
-    Charset word;   // behind "=?", up to the next "?"
-    Charset value;  // behind "*=", up to the first "'"
-    char last;      // the byte before the next one
+    bool isInHeader;  // of a message of a mailbox
+    bool isHiding;    // in this field
+    Charset word;     // behind "=?", up to the next "?"
+    Charset value;    // behind "*=", up to the first "'"
+    char last;        // the byte before the next one
 };
 
 struct ParserStreamClass {
@@ -76,52 +77,93 @@ void hideLongNames(ParserStream& stream, char* bytes, std::size_t count, gint64 
     }
 }
 
-constexpr std::string_view takenApart[] = {"Bcc",      "Cc",     "Date",    "From", "Message-Id",
-                                           "Reply-To", "Sender", "Subject", "To"};
-constexpr std::size_t longestTakenApart = 10;
-constexpr std::string_view initials = "BbCcDdFfMmRrSsTt";
+/// The bytes from a place of a block on, and those that follow it in the source, where nothing changes.
+class Ahead {
+public:
+    Ahead(char const* begin, char const* end, GMimeStream* source)
+        : m_at(begin), m_end(end), m_source(source) {}
+    Ahead(Ahead const&) = delete;
+    Ahead& operator=(Ahead const&) = delete;
+    ~Ahead() {
+        if (m_isBehind) g_mime_stream_seek(m_source, m_behind, GMIME_STREAM_SEEK_SET);
+    }
 
-/// Whether a line, of which the beginning is given, is a field of these.
-bool isTakenApart(std::string_view line, bool isMbox) {
-    return std::any_of(std::begin(takenApart), std::end(takenApart), [&](std::string_view name) {
-        if (line.size() <= name.size() || g_ascii_strncasecmp(line.data(), name.data(), name.size()) != 0)
-            return false;
-        char const behind = line[name.size()];
-        bool const isMarker = isMbox && behind == ' ' && line.starts_with("From");
-        return behind == ':' || behind == '\t' || (behind == ' ' && !isMarker);
-    });
+    /// The next byte, or nothing.
+    int next() {
+        if (m_at == m_end && !more()) return nothing;
+        return static_cast<unsigned char>(*m_at++);
+    }
+    static constexpr int nothing = -1;
+
+private:
+    bool more() {
+        if (!m_isBehind) m_behind = g_mime_stream_tell(m_source);
+        m_isBehind = true;
+        ssize_t const count = g_mime_stream_read(m_source, m_block.data(), m_block.size());
+        m_at = m_end = m_block.data();
+        if (count > 0) m_end += count;
+        return count > 0;
+    }
+
+    char const* m_at;
+    char const* m_end;
+    GMimeStream* m_source;
+    bool m_isBehind = false;
+    gint64 m_behind = 0;
+    std::array<char, 256> m_block;  // written before it is read
+};
+
+/// What a line is for the parser.
+enum class Line {
+    Other,
+    Empty,
+    From,        // begins with "From ", and is no field
+    TakenApart,  // a field that the parser would take apart
+    FromField,   // is one too, begins with "From " and ends with a line end
+};
+
+Line lineAt(char const* begin, char const* end, GMimeStream* source) {
+    static constexpr std::string_view initials = "BbCcDdFfMmRrSsTt\r\n";
+    static constexpr std::string_view takenApart[] = {"Bcc",      "Cc",     "Date",    "From", "Message-Id",
+                                                      "Reply-To", "Sender", "Subject", "To"};
+    constexpr std::size_t longest = 10;
+    if (initials.find(*begin) == std::string_view::npos) return Line::Other;
+    Ahead ahead(begin, end, source);
+    std::array<char, longest + 1> name{};
+    std::size_t length = 0;
+    int c = ahead.next();
+    for (; (c == '-' || (c != Ahead::nothing && g_ascii_isalpha(c))) && length <= longest; c = ahead.next())
+        name[length++] = static_cast<char>(c);
+    if (length == 0) return c == '\n' || (c == '\r' && ahead.next() == '\n') ? Line::Empty : Line::Other;
+    bool const isKnown =
+        std::any_of(std::begin(takenApart), std::end(takenApart), [&](std::string_view known) {
+            return known.size() == length && g_ascii_strncasecmp(known.data(), name.data(), length) == 0;
+        });
+    bool const isFrom = c == ' ' && std::string_view(name.data(), length) == "From";
+    while (isKnown && (c == ' ' || c == '\t')) c = ahead.next();
+    if (!isKnown || c != ':') return isFrom ? Line::From : Line::Other;
+    while (isFrom && c != '\n' && c != Ahead::nothing) c = ahead.next();
+    return c == '\n' ? Line::FromField : Line::TakenApart;
 }
 
-/// As much of a line as tells which field it is, though there be less of it in the block.
-std::string_view beginningOf(char const* line, std::size_t inBlock, GMimeStream* behind,
-                             std::array<char, longestTakenApart + 1>& room) {
-    if (inBlock >= room.size()) return {line, room.size()};
-    std::copy_n(line, inBlock, room.begin());
-    gint64 const here = g_mime_stream_tell(behind);
-    ssize_t const more = g_mime_stream_read(behind, room.data() + inBlock, room.size() - inBlock);
-    g_mime_stream_seek(behind, here, GMIME_STREAM_SEEK_SET);
-    return {room.data(), inBlock + static_cast<std::size_t>(std::max<ssize_t>(more, 0))};
-}
-
-void hideFields(ParserStream& stream, char* bytes, std::size_t count) {
-    std::array<char, longestTakenApart + 1> room;  // written before it is read
-    std::size_t at = 0;
+void hideFields(ParserStream& stream, char* const begin, char* const end) {
     bool beginsLine = stream.last == '\n';
-    while (at < count) {
-        if (beginsLine && initials.find(bytes[at]) != std::string_view::npos &&
-            isTakenApart(beginningOf(bytes + at, count - at, stream.bytes, room), stream.isMbox))
-            bytes[at] = hiddenInitial;
-        void const* const end = std::memchr(bytes + at, '\n', count - at);
-        if (end == nullptr) return;
-        at = static_cast<std::size_t>(static_cast<char const*>(end) - bytes) + 1;
-        beginsLine = true;
+    for (char* at = begin; at != end; ++at, beginsLine = true) {
+        Line const line = beginsLine ? lineAt(at, end, stream.bytes) : Line::Other;
+        // In a mailbox any line of a text that begins so begins a message, whose first line it is.
+        bool const isMarker = (line == Line::From || line == Line::FromField) && !stream.isInHeader;
+        if (line == Line::TakenApart || (line == Line::FromField && !(stream.isMbox && isMarker)))
+            *at = hiddenInitial;
+        stream.isInHeader = (stream.isInHeader || isMarker) && line != Line::Empty;
+        at = static_cast<char*>(std::memchr(at, '\n', static_cast<std::size_t>(end - at)));
+        if (at == nullptr) return;
     }
 }
 
 ssize_t read(GMimeStream* stream, char* buffer, size_t size) {
     gint64 const offset = g_mime_stream_tell(own(stream)->bytes);
     ssize_t const count = g_mime_stream_read(own(stream)->bytes, buffer, size);
-    if (count > 0) hideFields(*own(stream), buffer, static_cast<std::size_t>(count));
+    if (count > 0) hideFields(*own(stream), buffer, buffer + count);
     if (count > 0) hideLongNames(*own(stream), buffer, static_cast<std::size_t>(count), offset);
     return count;
 }
@@ -129,6 +171,7 @@ ssize_t read(GMimeStream* stream, char* buffer, size_t size) {
 gint64 seek(GMimeStream* stream, gint64 offset, GMimeSeekWhence whence) {
     beginField(*own(stream));
     own(stream)->last = '\n';
+    own(stream)->isInHeader = false;
     return g_mime_stream_seek(own(stream)->bytes, offset, whence);
 }
 
@@ -175,6 +218,7 @@ GMimeStream* newParserStream(GMimeStream* source, bool isMbox, std::vector<std::
     stream->bytes = g_mime_stream_substream(source, 0, -1);
     stream->hidden = &hidden;
     stream->isMbox = isMbox;
+    stream->isInHeader = false;
     beginField(*stream);
     stream->last = '\n';
     return &stream->parent;

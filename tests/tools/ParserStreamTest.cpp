@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 using namespace QuillmarkTool::Mime;
@@ -41,8 +42,10 @@ TEST(ParserStream, HidesTheNamesOfFieldsThatTheParserWouldTakeApart) {
     constexpr Row rows[] = {
         {"From: a", "_rom: a"},
         {"fROM:a", "_ROM:a"},
-        {"From a", "_rom a", "From a"},
+        {"From a", "From a"},
         {"From : a", "_rom : a", "From : a"},
+        {"From  \t\t : a", "_rom  \t\t : a", "From  \t\t : a"},
+        {"To x: a", "To x: a"},
         {"from : a", "_rom : a"},
         {"From\t: a", "_rom\t: a"},
         {"Sender: a", "_ender: a"},
@@ -64,9 +67,9 @@ TEST(ParserStream, HidesTheNamesOfFieldsThatTheParserWouldTakeApart) {
         {"", ""},
     };
     for (Row const& row : rows) {
-        std::string const text = "A: b\n" + std::string(row.line) + "\nC: d\n\n" + row.line;
+        std::string const text = "A: b\n" + std::string(row.line) + "\nC: d\n\n" + row.line + "\n";
         auto const expected = [](char const* line) {
-            return "A: b\n" + std::string(line) + "\nC: d\n\n" + line;
+            return "A: b\n" + std::string(line) + "\nC: d\n\n" + line + "\n";
         };
         EXPECT_EQ(shown(text, false), expected(row.shown));
         EXPECT_EQ(shown(text, true), expected(row.shownInMailbox));
@@ -74,10 +77,35 @@ TEST(ParserStream, HidesTheNamesOfFieldsThatTheParserWouldTakeApart) {
     }
 }
 
+TEST(ParserStream, KnowsAFieldOfAMailboxFromTheBeginningOfAMessage) {
+    // What ends with the mailbox is no line that begins a message.
+    struct Row {
+        char const* text;
+        char const* shown;
+    };
+    constexpr Row rows[] = {
+        {"From a\nFrom : b\nTo: c\nFrom  : d\n", "From a\n_rom : b\n_o: c\n_rom  : d\n"},
+        {"From a\nFrom b\nFrom : c\n", "From a\nFrom b\n_rom : c\n"},
+        {"From a\n\nFrom : b\nFrom : c\n", "From a\n\nFrom : b\n_rom : c\n"},
+        {"From a\n\nFrom : b", "From a\n\n_rom : b"},
+        {"From a\n\r\nFrom : b\n", "From a\n\r\nFrom : b\n"},
+        {"From a\n\rFrom : b\nFrom : c\n", "From a\n\rFrom : b\n_rom : c\n"},
+        {"From a\nX: y\n\nFrom: b\nFrom : c\nFrom : d\n", "From a\nX: y\n\n_rom: b\nFrom : c\n_rom : d\n"},
+    };
+    for (Row const& row : rows) EXPECT_EQ(shown(row.text, true), row.shown);
+    std::string const withNul("From a\n\nFrom : b\0c\n", 20);
+    EXPECT_EQ(shown(withNul, true), withNul);
+}
+
 TEST(ParserStream, HidesTheSameHoweverItIsRead) {
     std::string const text = "Message-Id: 1\nSubject: =?" + std::string(longestCharset + 1, 'x') +
-                             "?q?a?=\nTo: a\n b\nFrom: c\nFrom d\nReply-To : e\n\nTo: f\nT";
-    std::string const expected = shown(text, false);
-    EXPECT_EQ(expected.find("To: a"), std::string::npos);
-    for (std::size_t block = 1; block <= 40; ++block) EXPECT_EQ(shown(text, false, block), expected) << block;
+                             "?q?a?=\nTo: a\n b\nFrom: c\nFrom d\nReply-To : e\nSender" +
+                             std::string(1000, ' ') + ": f\nTo" + std::string(1000, '\t') +
+                             "g\n\nTo: h\nFrom : i\n\r\nFrom : j\nT";
+    for (bool const isMbox : {false, true}) {
+        std::string const expected = shown(text, isMbox);
+        EXPECT_THAT(expected, testing::HasSubstr("\n_o: a\n b\n_rom: c\nFrom d\n_eply-To : e\n_ender  "));
+        for (std::size_t block = 1; block <= 40; ++block)
+            EXPECT_EQ(shown(text, isMbox, block), expected) << block;
+    }
 }
