@@ -217,7 +217,7 @@ void change(Pair& pair, Pair& other, Input& in) {
         if (&pair == &other || other.model == pair.model) break;
         buffer.assign(pos, other.buffer);
         pair.change();
-        if (pos >= buffer.size() || n == pos) break;
+        if (pos >= buffer.size()) break;
         uint_t const end = pos + std::min(n - pos, buffer.size() - pos);
         std::size_t const length = pair.bytes().size();
         pair.bytes().resize(std::max<std::size_t>(length, end));
