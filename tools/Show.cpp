@@ -198,7 +198,8 @@ int showUri(ShowOptions const& options, Output& output) {
         sheet.add("query", facts.query);
         sheet.add("fragment", facts.fragment);
         sheet.add("addresses", joined(facts.addresses));
-        for (auto const& [name, value] : facts.headers) sheet.add("header", name + ": " + value);
+        for (auto const& [name, value] : facts.headers)
+            sheet.add("header", std::string(name).append(": ").append(value));
         sheet.add("written", facts.link.idn);
         sheet.add("canonical", facts.canonical, Style::Strong);
     });

@@ -26,12 +26,9 @@ fs::path const house = QUILLMARK_SOURCE_DIR;
 
 /// Files that stand on another floor than their folder.
 std::map<std::string, Place> const placesOfFiles = {
-    {"foundation/AddressText", {0, "platform"}},
-    {"foundation/RefCounted", {1, "foundation"}},
-    {"foundation/Exception", {1, "foundation"}},
-    {"foundation/Fail", {1, "foundation"}},
-    {"foundation/Caught", {1, "foundation"}},
-    {"sched/Thread", {2, "sched"}},
+    {"foundation/AddressText", {0, "platform"}}, {"foundation/RefCounted", {1, "foundation"}},
+    {"foundation/Exception", {1, "foundation"}}, {"foundation/Fail", {1, "foundation"}},
+    {"foundation/Caught", {1, "foundation"}},    {"sched/Thread", {2, "sched"}},
     {"sched/ThreadSpecific", {2, "sched"}},
 };
 
