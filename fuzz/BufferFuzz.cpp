@@ -212,10 +212,11 @@ void change(Pair& pair, Pair& other, Input& in) {
         break;
     case 14: {
         // Kept oddly: the count is n - pos, and wraps.
-        Bytes const from(other.buffer.data(), other.buffer.data() + other.buffer.size());
-        uint_t const n = other.buffer.length();
+        Buffer const& source = other.buffer;  // whose bytes stay shared
+        Bytes const from(source.data(), source.data() + source.size());
+        uint_t const n = source.length();
         if (&pair == &other || other.model == pair.model) break;
-        buffer.assign(pos, other.buffer);
+        buffer.assign(pos, source);
         pair.change();
         if (pos >= buffer.size()) break;
         uint_t const end = pos + std::min(n - pos, buffer.size() - pos);
