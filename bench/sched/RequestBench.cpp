@@ -2,7 +2,7 @@
 // were sent, as a daemon asks another one. The servers have a thread of their own and take one at a time.
 //
 // On two processors most of the time is what a sleeping one takes to wake, and whether the server's sleep ends
-// with the connection or with the request on it. On one it is what everybody does.
+// with the connection or with the request on it. On one it is the work that everybody does.
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
