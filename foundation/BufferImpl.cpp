@@ -379,8 +379,8 @@ void Buffer::append(unsigned char* bytes, unsigned int count) {
 }
 
 void Buffer::append(Buffer const& other) {
-    if (other.isEmpty()) return;
     Former const former = forChange(m_impl);  // first: other may be this one
+    if (other.isEmpty()) return;
     appendBytes(*m_impl, other.m_impl->data, other.m_impl->length);
 }
 
@@ -394,9 +394,9 @@ void Buffer::assign(unsigned int pos, unsigned char const* src, unsigned int n) 
 }
 
 void Buffer::assign(unsigned int pos, Buffer const& other) {
+    BufferImpl const& source = *other.m_impl;  // first: other may be this one, whose spare bytes stay behind
     Former const former = forChange(m_impl);
     if (pos >= size()) return;
-    BufferImpl const& source = *other.m_impl;
     uint_t const count = assignedCount(*m_impl, pos, source.length);
     uint_t const held = std::min(count, source.allocated);
     if (held != 0) std::memmove(m_impl->data + pos, source.data, held);
@@ -497,8 +497,8 @@ void Buffer::fill(char value) {
 }
 
 void Buffer::erase(unsigned int pos, unsigned int n) {
-    if (pos > length()) return;
     Former const former = forChange(m_impl);
+    if (pos > length()) return;
     takeOut(*m_impl, pos, std::min(n, length() - pos));
 }
 

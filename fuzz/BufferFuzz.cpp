@@ -135,10 +135,10 @@ void change(Pair& pair, Pair& other, Input& in) {
     }
     case 2: {
         Bytes const bytes = other.bytes();
-        if (bytes.size() > 4096 || bytes.empty()) break;
+        if (bytes.size() > 4096) break;
         buffer.append(other.buffer);
         pair.change();
-        pair.append(bytes, room);
+        if (!bytes.empty()) pair.append(bytes, room);
         break;
     }
     case 3:
@@ -158,8 +158,8 @@ void change(Pair& pair, Pair& other, Input& in) {
         break;
     case 5:
         buffer.erase(pos, count);
-        if (pos > pair.bytes().size()) break;
         pair.change();
+        if (pos > pair.bytes().size()) break;
         pair.bytes().erase(pair.bytes().begin() + pos,
                            pair.bytes().begin() +
                                static_cast<long>(std::min<std::size_t>(pos + count, pair.bytes().size())));

@@ -523,6 +523,40 @@ TEST(BufferSharing, ProtectedCopiesSeparateWhenOneIsChanged) {
     EXPECT_EQ(changed([](Buffer& b) { bytes("WFla").decodeBase64(b); }), "XYZ");
 }
 
+TEST(BufferSharing, ProtectedCopiesSeparateAlsoWhenAChangeChangesNothing) {
+    Buffer const first = [] {
+        Buffer limited = bytes("abc");
+        limited.maxSize(2000);
+        limited.protect();
+        return limited;
+    }();
+    auto const limitAfter = [&](std::function<void(Buffer&)> const& change) {
+        Buffer second(first);
+        change(second);
+        EXPECT_EQ(text(second), "abc");
+        return second.maxSize();
+    };
+    EXPECT_EQ(limitAfter([](Buffer& b) { b.append(Buffer()); }), 0u);
+    EXPECT_EQ(limitAfter([](Buffer& b) { b.erase(4, 1); }), 0u) << "beyond the length";
+    EXPECT_EQ(limitAfter([](Buffer& b) { b.erase(0, 0); }), 0u);
+    EXPECT_EQ(limitAfter([](Buffer& b) { b.assign(5000, raw("x"), 1); }), 0u) << "beyond the size";
+    EXPECT_EQ(limitAfter([](Buffer& b) { b.shiftLeft(0); }), 0u);
+    EXPECT_EQ(limitAfter([](Buffer& b) { b.shiftRight(0, 'x'); }), 0u);
+    EXPECT_EQ(limitAfter([](Buffer& b) { failureOf([&] { b.at(3, 'x'); }); }), 0u);
+    EXPECT_EQ(limitAfter([](Buffer& b) { b.append(raw(""), 0); }), 2000u) << "no bytes are no change";
+}
+
+TEST(BufferSharing, ABufferThatIsAssignedToItselfIsReadAsItWas) {
+    Buffer first = bytes("abcdef");
+    first.length(2);
+    first.protect();
+    Buffer second(first);
+    second.assign(4, second);  // as far as the buffer goes: two less four bytes wrap
+    EXPECT_EQ(text(second).substr(4, 7), std::string("abcdef\0", 7)) << "with what lay beyond its length";
+    EXPECT_EQ(second.length(), 1024u);
+    EXPECT_EQ(text(first), "ab");
+}
+
 TEST(BufferSharing, ACopyThatSeparatedIsProtectedAsWell) {
     Buffer first = bytes("abc");
     first.protect();
