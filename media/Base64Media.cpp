@@ -84,8 +84,8 @@ Base64MediaOutImpl::~Base64MediaOutImpl() = default;
 // fails at its first block can be tried again.
 void Base64MediaOutImpl::write(unsigned char const* data, uint_t n) {
     if (n == 0) return;
-    if (m_next.isNull()) m_next.write(data, n);
     if (!data) fail<BufferException>(BadArgument, Site{"BufferImpl", 70});  // as a buffer over them would
+    if (m_next.isNull()) m_next.write(data, n);
     uint_t const completing = m_pendingCount == 0 ? 0 : std::min(n, 3 - m_pendingCount);
     Lines lines(m_next, m_column);
     if (m_pendingCount + completing == 3) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
+#include <utility>
 
 #include "foundation/Fail.h"
 #include "platform/quill_cfg.h"
@@ -21,6 +23,11 @@ uint_t saturatedSum(uint_t a, uint_t b) {
 
 ulong_t saturatedSum(ulong_t a, ulong_t b) {
     return a + std::min(b, UINT64_MAX - a);
+}
+
+bool liesIn(Buffer const& buffer, unsigned char const* byte) {
+    unsigned char const* const begin = buffer.data();
+    return !std::less<>()(byte, begin) && std::less<>()(byte, begin + buffer.length());
 }
 
 /// The number of bytes that remain, as peek() tells it.
@@ -259,7 +266,12 @@ void SwapBufferMediaOutImpl::writeSwapped(unsigned char const* data, uint_t n) {
         if (first) cacheWhatFits(data, n);
         return;
     }
+    Buffer copy;
     if (m_file.isNull()) {
+        if (liesIn(m_cache, data)) {  // and would go or move with the cache
+            copy = Buffer(data, n, false);
+            data = std::as_const(copy).data();
+        }
         spill();
         if (!m_autoRelease) cacheWhatFits(data, n);
     }

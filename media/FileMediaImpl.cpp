@@ -201,8 +201,10 @@ void TempFileMediaOutImpl::write(unsigned char const* data, uint_t n) {
     m_written += std::min(n, UINT32_MAX - m_written);
 }
 
+// Whoever reads the file back ends it first, maybe for the second time, and must not take a part for the whole.
 void TempFileMediaOutImpl::end() {
     close();
+    if (m_lost) writeFailed();
 }
 
 ulong_t TempFileMediaOutImpl::tell() const {
@@ -211,7 +213,8 @@ ulong_t TempFileMediaOutImpl::tell() const {
 
 void TempFileMediaOutImpl::setpos(ulong_t position) {
     expectOpen();
-    expect(handOver() && ::fseeko(m_stream, seekable(position), SEEK_SET) == 0);
+    expect(handOver());
+    if (::fseeko(m_stream, seekable(position), SEEK_SET) != 0) writeFailed();
 }
 
 void TempFileMediaOutImpl::flush() {
@@ -220,9 +223,9 @@ void TempFileMediaOutImpl::flush() {
 }
 
 void TempFileMediaOutImpl::close() {
-    bool const written = !m_stream || handOver();
-    std::FILE* const stream = std::exchange(m_stream, nullptr);
-    bool const closed = !stream || std::fclose(stream) == 0;
+    if (!m_stream) return;
+    bool const written = handOver();
+    bool const closed = std::fclose(std::exchange(m_stream, nullptr)) == 0;
     expect(written && closed && !m_lost);
 }
 
@@ -436,6 +439,7 @@ ulong_t FileMediaOutImpl::tell() const {
 // What is still in the buffer goes out first: bytes that cannot be written must not be forgotten because
 // the state of the stream is cleared.
 void FileMediaOutImpl::setpos(ulong_t position) {
+    if (m_closed) return;
     m_stream.clear();
     end();
     m_stream.seekp(seekable(position), std::ios::beg);

@@ -174,6 +174,10 @@ TEST(Base64MediaOut, RefusesNullBytesWithALength) {
     EXPECT_EQ(failureOf([&] { encoder.write(static_cast<unsigned char const*>(nullptr), 1); }),
               "BufferException( 2 ) , BufferImpl:70, ");
     EXPECT_EQ(log, "");
+    Base64MediaOut loose;
+    EXPECT_EQ(failureOf([&] { loose.write(static_cast<unsigned char const*>(nullptr), 1); }),
+              "BufferException( 2 ) , BufferImpl:70, ")
+        << "before anybody asks for the sink";
 }
 
 TEST(Base64MediaOut, CanRepeatAWriteThatTheSinkRefused) {

@@ -451,6 +451,23 @@ TEST(SwapBufferMediaOut, MovesToAFileWithTheNextByte) {
     EXPECT_EQ(swap.readBack(), std::string(100, 'a') + "bc");
 }
 
+TEST(SwapBufferMediaOut, TakesItsOwnCache) {
+    for (bool const release : {true, false}) {
+        for (uint_t const limit : {100U, 1500U, 300'000U}) {
+            std::string const half = "begin " + std::string(limit * 3 / 5, 'c');
+            Swap swap(limit);
+            swap.out.autoRelease(release);
+            swap.write(half);
+            swap.out.write(swap.out.cache());
+            EXPECT_TRUE(swap.readBack() == half + half) << limit << ", " << release;
+        }
+    }
+    SwapBufferMediaOut cut(100, nullptr);
+    cut << "begin " << std::string(54, 'c');
+    cut.write(cut.cache());
+    EXPECT_EQ(text(cut.cache()), "begin " + std::string(54, 'c') + "begin " + std::string(34, 'c'));
+}
+
 TEST(SwapBufferMediaOut, LeavesAFormerReaderTheCacheThatItLetsGo) {
     Swap swap(10);
     swap.write("0123456789");

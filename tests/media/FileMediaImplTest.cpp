@@ -280,7 +280,19 @@ TEST(TempFileMediaOut, StaysBrokenOnceBytesWereLost) {
     EXPECT_EQ(failureOf([&] { out.flush(); }), writeFailed);
     EXPECT_EQ(failureOf([&] { out.setpos(0); }), writeFailed);
     EXPECT_EQ(failureOf([&] { out.close(); }), writeFailed);
-    EXPECT_EQ(failureOf([&] { out.end(); }), writeFailed);
+    EXPECT_EQ(failureOf([&] { out << "b"; }), writeFailed);
+    EXPECT_EQ(failureOf([&] { out.close(); }), "nothing thrown") << "it is closed and has said so";
+    EXPECT_EQ(failureOf([&] { out.end(); }), writeFailed) << "who asks for the end asks for the whole";
+}
+
+TEST(TempFileMediaOut, GoesOnAfterAPositionThatNoFileHas) {
+    TemporaryDirectory const directory;
+    TempFileMediaOut out(directory.file("aXXXXXX"), true);
+    out << "ab";
+    EXPECT_EQ(failureOf([&] { out.setpos(UINT64_MAX); }), writeFailed);
+    out << "c";
+    out.close();
+    EXPECT_EQ(readFile(out.tmpfile()->name()), "abc");
 }
 
 TEST(TempFileMediaOut, FailsToFlushMoveAndCloseWhatTheDiskDoesNotTake) {
@@ -809,6 +821,8 @@ TEST(FileMediaOut, ClosesOnceAndRefusesWritesFromThenOn) {
     EXPECT_EQ(readFile(directory.file("a")), "abc");
     EXPECT_EQ(failureOf([&] { out.close(); }), "nothing thrown");
     EXPECT_EQ(failureOf([&] { out.end(); }), "nothing thrown");
+    out.setpos(0);
+    EXPECT_EQ(failureOf([&] { out.close(); }), "nothing thrown") << "there is nothing to move in";
     EXPECT_EQ(failureOf([&] { out << "d"; }), writeFailed);
     EXPECT_EQ(failureOf([&] { out.close(); }), writeFailed);
     EXPECT_EQ(failureOf([&] { out.end(); }), writeFailed);
