@@ -264,16 +264,18 @@ struct File::Selector::Walk {
 
     std::vector<Identity> path;  // from the root to the deepest level
     std::size_t open = 0;        // descriptors
+    bool descends = false;       // process() is called by the walk, not by a processor or whoever else
 };
 
 /// One directory of a walk, from its first entry to its last.
 class File::Selector::Level {
 public:
-    Level(Walk& walk, Path const& path)
+    /// @param onlyOnce  do not enter a directory that the walk is reading
+    Level(Walk& walk, Path const& path, bool onlyOnce)
         : m_walk(walk), m_path(path), m_entries(AT_FDCWD, nameOrNothing(path), Directory::Links::Follow) {
         struct stat status = {};
         if (!m_entries.isOpen() || ::fstat(m_entries.descriptor(), &status) != 0 ||
-            m_walk.isBeingRead(status))
+            (onlyOnce && m_walk.isBeingRead(status)))
             return;
         m_walk.path.push_back({status.st_dev, status.st_ino});
         m_entered = true;
@@ -321,9 +323,14 @@ public:
         if (m_selector.m_walk == &m_walk) m_selector.m_walk = nullptr;
     }
 
-    /// Begins to read a directory, if the system and the links let it.
-    bool enter(Path const& directory) {
-        m_levels.emplace_back(*m_selector.m_walk, directory);
+    /// Begins to read the directory that process() was asked for.
+    void begin(Path const& directory) { enter(directory, std::exchange(m_selector.m_walk->descends, false)); }
+
+    /// Begins to read a directory below, if the system and the links let it. A limit ends also a walk that
+    /// goes round in links; without one, no directory is entered from within itself.
+    bool enter(Path const& directory, bool descends = true) {
+        m_levels.emplace_back(*m_selector.m_walk, directory,
+                              descends && m_selector.m_maxRecursionDepth == -1);
         if (m_levels.back().isEntered()) return true;
         m_levels.pop_back();
         return false;
@@ -352,7 +359,7 @@ int File::Selector::process(Path const& directory, Processor& processor) {
     bool const isOverridden = typeid(*this) != typeid(Selector);
     Frame frame(*this);
     auto& levels = frame.levels();
-    frame.enter(directory);
+    frame.begin(directory);
     while (!levels.empty()) {
         int result = 0;
         if (char const* const name = levels.back().next()) {
@@ -362,7 +369,9 @@ int File::Selector::process(Path const& directory, Processor& processor) {
                 if (isToBeEntered(child)) {
                     ++m_depth;
                     if (isOverridden) {
+                        m_walk->descends = true;
                         result = process(child, processor);
+                        m_walk->descends = false;
                     } else if (frame.enter(child)) {
                         continue;
                     }

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <functional>
 #include <type_traits>
+#include <utility>
 
 #include "include2/File"
 #include "tests/media/Trees.h"
@@ -311,6 +312,57 @@ TEST(FileSelector, DoesNotEnterADirectoryThatItIsReading) {
     inside(overriding);
     overriding.start();
     EXPECT_EQ(notes.sorted(), "a sub/b");
+}
+
+// The limit ends such a walk, so links back are followed like all others.
+TEST(FileSelector, FollowsLinksToADirectoryThatItIsReadingAsFarAsALimitAllows) {
+    TemporaryDirectory const here;
+    makeDirectory(here.file("d"));
+    here.write("d/x", "");
+    makeLink("..", here.file("d/up"));
+    makeLink("d", here.file("l"));
+    auto const limited = [&](int levels) {
+        return walked(here.path(), [&](auto& s) { s.maxRecursionDepth(levels); });
+    };
+    EXPECT_EQ(limited(-1), "d/x l/x");
+    EXPECT_EQ(limited(0), "");
+    EXPECT_EQ(limited(1), "d/x l/x");
+    EXPECT_EQ(limited(2), "d/x l/x");
+    EXPECT_EQ(limited(3), "d/up/d/x d/up/l/x d/x l/up/d/x l/up/l/x l/x");
+    Notes notes(here.path());
+    Overriding overriding(here.path(), notes);
+    overriding.maxRecursionDepth(3);
+    overriding.start();
+    EXPECT_EQ(notes.sorted(), limited(3));
+}
+
+TEST(FileSelector, CanBeAskedByItsProcessorForADirectoryThatItIsReading) {
+    class Asking : public Notes {
+    public:
+        explicit Asking(std::string const& root) : Notes(root), inner(root), m_root(root) {}
+        int process(File::Path const& path) override {
+            if (!std::exchange(m_asked, true)) selector->process(File::Path(m_root), inner);
+            return Notes::process(path);
+        }
+
+        File::Selector* selector = nullptr;
+        Notes inner;
+
+    private:
+        std::string m_root;
+        bool m_asked = false;
+    };
+    Sample const sample;
+    Asking outer(sample.path());
+    File::Selector plain(sample.path(), outer);
+    outer.selector = &plain;
+    plain.start();
+    EXPECT_EQ(outer.inner.sorted(), outer.sorted());
+    Asking other(sample.path());
+    Overriding overriding(sample.path(), other);
+    other.selector = &overriding;
+    overriding.start();
+    EXPECT_EQ(other.inner.sorted(), other.sorted());
 }
 
 TEST(FileSelector, EntersADirectoryOnceForEachOfItsNames) {
