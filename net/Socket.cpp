@@ -201,14 +201,17 @@ void SocketImpl::accept(SocketImpl& connection, bool blocked) {
     int const flags = SOCK_CLOEXEC | (blocked ? 0 : SOCK_NONBLOCK);
     int descriptor = -1;
     int error = EAGAIN;
-    // It is tried first; with a blocking socket it waits itself.
-    for (;;) {
+    // It is tried first; with a blocking socket it waits itself. The system looks for a free descriptor before
+    // it looks for a connection: to be out of them is a failure only once somebody has connected.
+    for (bool waited = false;; waited = true) {
         do {
             socklen_t length = sizeof record;
             descriptor = ::accept4(open(), peer, &length, flags);
             error = errno;
         } while (descriptor == -1 && error == EINTR);
-        if (descriptor != -1 || m_timeout == 0 || (!wouldBlock(error) && error != ECONNABORTED)) break;
+        if (descriptor != -1 || m_timeout == 0) break;
+        bool const isEarly = !waited && (error == EMFILE || error == ENFILE);
+        if (!isEarly && !wouldBlock(error) && error != ECONNABORTED) break;
         readable();  // whatever it says: accept knows best
     }
     if (descriptor == -1) failSystem(error);
@@ -241,15 +244,18 @@ ssize_t SocketImpl::send(unsigned char const* bytes, unsigned int count) {
 }
 
 /// One recv. It is tried first and waited for only when there is nothing; @p wait tells whether there is
-/// something to receive in time.
+/// something to receive in time. A socket of which that is said twice and not true is broken (an error queue
+/// that nobody reads makes one), and would keep us busy for ever.
 template <class Wait>
 ssize_t SocketImpl::receiveOnce(unsigned char* bytes, unsigned int count, int flags, Wait wait) {
+    constexpr int mostWaits = 2;
+    int waits = count == 0 ? 1 : 0;
     bool ready = count != 0 || wait();  // no bytes are received without a wait
     while (ready) {
         ssize_t const result = ::recv(open(), bytes, count, flags);
         if (result >= 0) return result;
         if (errno == EINTR) continue;
-        if (!wouldBlock(errno)) failSystem(errno);
+        if (!wouldBlock(errno) || waits++ == mostWaits) failSystem(errno);
         ready = wait();
     }
     if (!m_blocked) errno = EAGAIN;
@@ -409,12 +415,12 @@ ssize_t Socket::readline(Buffer& buffer) {
 
 Socket& Socket::operator<<(std::string const& text) {
     std::string_view rest = text;
-    while (!rest.empty()) {
+    do {  // nothing is sent as well, and refused where no socket is
         auto const piece = static_cast<unsigned int>(std::min<std::size_t>(rest.size(), INT_MAX));
         ssize_t const sent = send(reinterpret_cast<unsigned char const*>(rest.data()), piece);
         if (sent < static_cast<ssize_t>(piece)) break;
         rest.remove_prefix(piece);
-    }
+    } while (!rest.empty());
     return *this;
 }
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -159,6 +160,8 @@ TEST(Socket, IsNullByDefaultAndRefusesEverything) {
         {"readline", [&] { socket.readline(&byte, 1); }},
         {"readline buffer", [&] { socket.readline(buffer); }},
         {"<<", [&] { socket << "x"; }},
+        {"<< nothing", [&] { socket << ""; }},
+        {"<< empty buffer", [&] { socket << buffer; }},
         {">>", [&] { socket >> buffer; }},
         {"readable", [&] { (void)constant.readable(); }},
         {"writeable", [&] { (void)constant.writeable(); }},
@@ -461,6 +464,29 @@ TEST(Socket, AcceptOutOfDescriptorsFailsAtOnce) {
     EXPECT_FALSE(listener.accept().isNull());  // the connection was not lost
 }
 
+// The system says so before anybody has connected. A daemon that goes on after a failed accept would spin.
+TEST(Socket, AcceptOutOfDescriptorsWaitsForAConnectionFirst) {
+    Socket listener = stream();
+    listener.bind(loopback(), true);
+    listener.listen(1);
+    for (int const full : {EMFILE, ENFILE}) {
+        Socket client = stream();
+        client.connect(listener.localAddr());
+        {
+            Prepared const twice("accept4", -1, full, 2);
+            EXPECT_EQ(numberOf([&] { listener.accept(); }), full);
+            EXPECT_EQ(twice.left(), 0) << full;
+        }
+        Prepared const once("accept4", -1, full);
+        EXPECT_FALSE(listener.accept().isNull()) << full;
+        EXPECT_EQ(once.left(), 0) << full;
+    }
+    listener.timeout(0);
+    Prepared const twice("accept4", -1, EMFILE, 2);
+    EXPECT_EQ(numberOf([&] { listener.accept(); }), EMFILE) << "without waiting";
+    EXPECT_EQ(twice.left(), 1);
+}
+
 TEST(Socket, AcceptThatFailsLeavesNoDescriptor) {
     Socket listener = stream();  // does not listen
     SocketImpl connection(SOCK_STREAM, false, true, AF_INET);
@@ -605,6 +631,37 @@ TEST(Socket, ReceivesTheEndOfTheStreamAsZero) {
     pair.server << "still open this way";
     EXPECT_EQ(received(pair.client), "still open this way");
     EXPECT_EQ(stream().shutdown(), -1);  // not connected
+}
+
+TEST(Socket, ReceiveFailsWhenItIsToldTwiceOfBytesThatAreNotThere) {
+    Pair pair;
+    pair.server.timeout(30);
+    pair.client << "x";  // so the system says every time that there is something
+    unsigned char byte = 0;
+    {
+        Prepared const prepared("recv", -1, EAGAIN, 3);
+        EXPECT_EQ(numberOf([&] { pair.server.receive(&byte, 1); }), EAGAIN);
+        EXPECT_EQ(prepared.left(), 0);
+    }
+    Prepared const prepared("recv", -1, EAGAIN, 2);
+    EXPECT_EQ(pair.server.receive(&byte, 1), 1) << "once may be";
+    EXPECT_EQ(prepared.left(), 0);
+}
+
+// With an error queue that nobody reads, the system says for ever that there is something.
+TEST(Socket, ReceiveDoesNotSpinOnAnErrorQueue) {
+    Socket nobody(Socket::Datagram, false, true, AF_INET);
+    nobody.bind(loopback(), true);
+    Socket socket(Socket::Datagram, false, true, AF_INET);
+    int const on = 1;
+    socket.setOption(IP_RECVERR, &on, sizeof on, IPPROTO_IP);
+    socket.timeout(30);
+    socket.connect(nobody.localAddr());
+    nobody.close();
+    socket << "x";
+    unsigned char byte = 0;
+    EXPECT_EQ(numberOf([&] { socket.receive(&byte, 1); }), ECONNREFUSED);
+    EXPECT_EQ(numberOf([&] { socket.receive(&byte, 1); }), EAGAIN);
 }
 
 TEST(Socket, ReceiveGivesUpAfterTheTimeout) {
