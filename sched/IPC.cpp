@@ -127,10 +127,13 @@ ssize_t skip(Socket& socket, std::uint64_t& received, std::uint64_t length, Cloc
     return result;
 }
 
-/// Messages are written whole, so there is nothing to wait for.
+/// Messages are written whole, so there is nothing to wait for. Sockets of other kinds know no such option.
 void sendAtOnce(Socket& socket) {
     int const on = 1;
-    socket.setOption(TCP_NODELAY, &on, sizeof on, IPPROTO_TCP);
+    try {
+        socket.setOption(TCP_NODELAY, &on, sizeof on, IPPROTO_TCP);
+    } catch (SocketException const&) {  // whatever is wrong shows where it matters
+    }
 }
 
 /// Takes what a peer sent beyond its request, since closing over unread bytes would take the answer back.
