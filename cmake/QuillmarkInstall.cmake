@@ -10,8 +10,15 @@ install(DIRECTORY include2 DESTINATION ${QUILLMARK_INCLUDE_DIR})
 install(DIRECTORY platform DESTINATION ${QUILLMARK_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h")
 install(TARGETS quillmark quillmark-static EXPORT QuillmarkTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+# A layer of the appliance's own comes with the library that was linked to it; programs need not name it, and
+# must not get the stand-in in front of it.
+set(QUILLMARK_FIND_PLATFORM "")
+set(QUILLMARK_PLATFORM_LIBRARY "")
 if(TARGET platform)
     install(TARGETS platform EXPORT QuillmarkTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+    set(QUILLMARK_PLATFORM_LIBRARY " -lquillmark-platform")
+elseif(QUILLMARK_PLATFORM_PACKAGE)
+    set(QUILLMARK_FIND_PLATFORM "find_dependency(${QUILLMARK_PLATFORM_PACKAGE})")
 endif()
 install(EXPORT QuillmarkTargets NAMESPACE Quillmark:: DESTINATION ${QUILLMARK_PACKAGE_DIR})
 

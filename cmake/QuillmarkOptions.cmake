@@ -9,6 +9,7 @@ option(QUILLMARK_COVERAGE "Count executed lines and branches; takes clang" OFF)
 option(QUILLMARK_MEMCHECK "Look at no byte behind a text, for valgrind" OFF)
 set(QUILLMARK_PLATFORM_TARGET "Quillmark::platform" CACHE STRING
     "The target that supplies the platform layer; an appliance names its own")
+set(QUILLMARK_PLATFORM_PACKAGE "" CACHE STRING "The CMake package that brings this target, if it is not ours")
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
