@@ -6,12 +6,15 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cctype>
+#include <charconv>
 #include <csignal>
+#include <cstdint>
 #include <cstring>
 #include <exception>
 #include <functional>
 #include <iostream>
-#include <map>
+#include <string_view>
 
 #include "include2/Exception"
 #include "tools/Commands.h"
@@ -64,11 +67,48 @@ private:
     IpcOptions m_ipc;
 };
 
+/// Takes decimal numbers in a range, and says in words what it does not take.
+/// @param suffixes  powers of 1024 that may stand behind a number, in any case: "KMG"
+CLI::Validator number(std::uint64_t least, std::uint64_t most, std::string_view suffixes = "") {
+    return {[=](std::string& text) -> std::string {
+                std::string_view rest = text;
+                std::uint64_t value = 0;
+                auto const [end, error] = std::from_chars(rest.begin(), rest.end(), value);
+                rest.remove_prefix(static_cast<std::size_t>(end - rest.begin()));
+                unsigned shift = 0;
+                if (!rest.empty()) {
+                    std::size_t const power =
+                        suffixes.find(static_cast<char>(std::toupper(rest.front() & 0x7f)));
+                    if (power != std::string_view::npos && rest.size() == 1) {
+                        shift = 10 * static_cast<unsigned>(power + 1);
+                        rest = {};
+                    }
+                }
+                if (error != std::errc() || !rest.empty() || value > most >> shift || value << shift < least)
+                    return text + " is no number from " + std::to_string(least) + " to " +
+                           std::to_string(most) + (suffixes.empty() ? "" : ", with K, M or G or without");
+                text = std::to_string(value << shift);
+                return "";
+            },
+            ""};
+}
+
+constexpr std::uint64_t anyNumber = UINT32_MAX;
+constexpr std::uint64_t anyPort = UINT16_MAX;
+
 void addColour(CLI::App* command, Colour& colour) {
-    static std::map<std::string, Colour> const choices{
-        {"auto", Colour::Auto}, {"always", Colour::Always}, {"never", Colour::Never}};
-    command->add_option("--color,--colour", colour, "auto (the default: on a terminal), always or never")
-        ->transform(CLI::CheckedTransformer(choices).description(""))
+    command
+        ->add_option_function<std::string>(
+            "--color,--colour",
+            [&colour](std::string const& when) {
+                colour = when == "auto" ? Colour::Auto : when == "always" ? Colour::Always : Colour::Never;
+            },
+            "auto (the default: on a terminal), always or never")
+        ->check({[](std::string const& when) {
+                     bool const known = when == "auto" || when == "always" || when == "never";
+                     return known ? std::string() : when + " is not auto, always or never";
+                 },
+                 ""})
         ->option_text("WHEN");
 }
 
@@ -139,16 +179,16 @@ void CommandLine::addScan() {
     list->option_text("FILE");
     added->add_flag("-0,--null", m_scan.nul, "the paths in FILE end in NUL, as find -print0 writes them")
         ->needs(list);
-    added->add_option("--shard", m_scan.shard, "scan only the K-th of N equal parts of all paths")
+    added->add_option("--shard", m_scan.shard, "scan only the K-th of N parts of all paths")
         ->option_text("K/N");
     added->add_option("--jobs", m_scan.jobs, "scan at most N batches at once; 1 keeps to one core")
-        ->check(CLI::PositiveNumber.description(""))
+        ->transform(number(1, anyNumber))
         ->option_text("N");
     ::addLists(added, m_scan.lists);
     added
         ->add_option("--memory", m_scan.memory,
                      "keep up to SIZE bytes of a body in memory (1M), then swap to a file")
-        ->transform(CLI::AsSizeValue(false))
+        ->transform(number(0, anyNumber, "KMG"))
         ->option_text("SIZE");
     added->add_option("--tmp", m_scan.temporary, "make swap files in DIR")->option_text("DIR");
     CLI::Option* const verdict =
@@ -208,7 +248,9 @@ void CommandLine::addEncode() {
         ->option_text(" ");
     added->add_option("FILE", m_encode.file, "what to encode; \"-\", or none: standard input")
         ->option_text(" ");
-    added->add_option("--seed", m_encode.seed, "scramble with the seed N (90)")->option_text("N");
+    added->add_option("--seed", m_encode.seed, "scramble with the seed N (90)")
+        ->transform(number(0, anyNumber))
+        ->option_text("N");
 
     CLI::App* const back = command("decode", "Decode a file, or standard input",
                                    "  quillmark decode base64 picture.b64 > picture.png",
@@ -258,7 +300,10 @@ void CommandLine::addDns() {
     CLI::Option* const server =
         added->add_option("--server", m_dns.server, "ask the server with this address, not the system's")
             ->option_text("ADDRESS");
-    added->add_option("--port", m_dns.port, "on this port (53)")->option_text("P")->needs(server);
+    added->add_option("--port", m_dns.port, "on this port (53)")
+        ->transform(number(0, anyPort))
+        ->option_text("P")
+        ->needs(server);
     added->add_flag("--json", m_dns.json, "print JSON");
 }
 
@@ -269,6 +314,7 @@ void CommandLine::addServe() {
                                     "  kill -HUP $(pidof quillmark)            read policy and lists again",
                                     [this](Output& output) { return serve(m_serve, output); });
     added->add_option("--port", m_serve.port, "listen on 127.0.0.1, on this port (29001); 0: any free one")
+        ->transform(number(0, anyPort))
         ->option_text("PORT");
     added->add_option("--policy", m_serve.policy, "judge by FILE instead of the built-in policy")
         ->option_text("FILE");
@@ -287,7 +333,10 @@ void CommandLine::addIpc() {
     CLI::App* const send =
         ipc->add_subcommand("send", "Send a request from standard input, and print the answer");
     send->footer("Examples:\n  quillmark ipc send 53 < /dev/null           the daemon's statistics");
-    send->add_option("TYPE", m_ipc.type, "the number of the request's type")->required()->option_text(" ");
+    send->add_option("TYPE", m_ipc.type, "the number of the request's type")
+        ->required()
+        ->transform(number(0, anyNumber))
+        ->option_text(" ");
     send->add_option("--to", m_ipc.daemon, "where the daemon listens (127.0.0.1:29001)")
         ->option_text("HOST:PORT");
     send->callback([this] { m_action = [this](Output& output) { return ipcSend(m_ipc, output); }; });

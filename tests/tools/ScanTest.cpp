@@ -539,6 +539,48 @@ TEST(CommandLine, ShowsItsVersionAndItsHelp) {
         EXPECT_THAT(scanHelp.out, testing::HasSubstr(text));
 }
 
+TEST(CommandLine, SaysInWordsWhatAnOptionTakes) {
+    struct Row {
+        std::vector<std::string> arguments;
+        std::string said;
+    };
+    std::string const number = " is no number from ";
+    for (Row const& row : {
+             Row{{"scan", "--jobs", "0"}, "--jobs: 0" + number + "1 to 4294967295"},
+             Row{{"scan", "--jobs", "-1"}, "--jobs: -1" + number + "1 to 4294967295"},
+             Row{{"scan", "--jobs", "1K"}, "--jobs: 1K" + number + "1 to 4294967295"},
+             Row{{"scan", "--jobs", "4294967296"}, "--jobs: 4294967296" + number + "1 to 4294967295"},
+             Row{{"scan", "--memory", "1X"},
+                 "--memory: 1X" + number + "0 to 4294967295, with K, M or G or without"},
+             Row{{"scan", "--memory", "1KB"},
+                 "--memory: 1KB" + number + "0 to 4294967295, with K, M or G or without"},
+             Row{{"scan", "--memory", "4G"},
+                 "--memory: 4G" + number + "0 to 4294967295, with K, M or G or without"},
+             Row{{"scan", "--memory", "99999999999999999999K"},
+                 "--memory: 99999999999999999999K" + number + "0 to 4294967295, with K, M or G or without"},
+             Row{{"scan", "--memory", ""},
+                 "--memory: " + number + "0 to 4294967295, with K, M or G or without"},
+             Row{{"scan", "--color", "bogus"}, "--color: bogus is not auto, always or never"},
+             Row{{"ps", "--color", "1"}, "--color: 1 is not auto, always or never"},
+             Row{{"serve", "--port", "65536"}, "--port: 65536" + number + "0 to 65535"},
+             Row{{"dns", "a", "--server", "127.0.0.1", "--port", "x"}, "--port: x" + number + "0 to 65535"},
+             Row{{"encode", "scramble", "--seed", "1.5"}, "--seed: 1.5" + number + "0 to 4294967295"},
+             Row{{"ipc", "send", "ping"}, "TYPE: ping" + number + "0 to 4294967295"},
+         }) {
+        Ran const ran = quillmark(row.arguments);
+        EXPECT_EQ(ran.err, "quillmark: " + row.said + "\nTry \"quillmark --help\".\n");
+        EXPECT_EQ(ran.status, 2) << row.said;
+    }
+}
+
+TEST(CommandLine, TakesNumbersAsDecimalAndSizesWithTheirSuffixes) {
+    std::string const whole = scan({examples}).out;
+    for (char const* memory : {"3G", "1m", "010k", "0"})
+        EXPECT_EQ(scan({"--memory", memory, "--jobs", "010", "--color", "never", examples}).out, whole)
+            << memory;
+    EXPECT_EQ(scan({"--colour", "always", examples}).out.find("\x1b["), 0U);
+}
+
 TEST(CommandLine, EndsWithTwoForWhatItDoesNotUnderstand) {
     for (std::vector<std::string> const& arguments : {std::vector<std::string>{},
                                                       {"frobnicate"},
