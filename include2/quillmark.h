@@ -160,7 +160,7 @@ typedef struct quill_dns_record {
 } quill_dns_record;
 
 /** Asks a question and waits for the answer. A truncated answer is not asked again over TCP.
- *  @param type, record_class  the numbers of RFC 1035
+ *  @param type,record_class  the numbers of RFC 1035
  *  @param name    asked for as it stands
  *  @param server  whom to ask: an address, or a name with a registered domain. It stays the server of the
  *                 calling thread. Null, the empty text and a @p port below 1 leave the thread's server;
