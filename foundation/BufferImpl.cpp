@@ -677,9 +677,10 @@ LineBuffer::LineBuffer() : Buffer(nothing, 0, true) {}
 LineBuffer::LineBuffer(Buffer const& other) noexcept : Buffer(other) {}
 
 LineBuffer& LineBuffer::operator=(Buffer const& other) {
-    Buffer::operator=(other);
-    protect();
-    return *this;
+    if (this == &other) return protect(), *this;
+    Buffer own(other);
+    own.protect();
+    return Buffer::operator=(own), *this;
 }
 
 LineBuffer::~LineBuffer() = default;

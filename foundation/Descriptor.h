@@ -4,12 +4,26 @@
 #include "foundation/Fail.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <utility>
 
 namespace Quillmark {
+
+/// A scope in which this thread is not cancelled: of a destructor, and of whatever else may not be left halfway.
+/// Opening, writing and closing files is where a cancelled thread would end.
+class Uncancelled {
+public:
+    Uncancelled() noexcept { ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_former); }
+    ~Uncancelled() { ::pthread_setcancelstate(m_former, nullptr); }
+    Uncancelled(Uncancelled const&) = delete;
+    Uncancelled& operator=(Uncancelled const&) = delete;
+
+private:
+    int m_former = PTHREAD_CANCEL_ENABLE;
+};
 
 /// Owns one descriptor, or none. Whoever destroys it finds errno as it was.
 class Descriptor {
@@ -25,6 +39,7 @@ public:
     ~Descriptor() {
         if (!isOpen()) return;
         KeepErrno const keep;
+        Uncancelled const whole;
         ::close(m_number);
     }
 
@@ -32,15 +47,19 @@ public:
     int number() const noexcept { return m_number; }
     int release() noexcept { return std::exchange(m_number, -1); }  ///< the caller closes it
     /// False with errno when the system says only now that it could not keep what was written.
-    bool close() noexcept { return ::close(release()) == 0 || errno == EINTR; }
+    bool close() noexcept {
+        Uncancelled const whole;
+        return ::close(release()) == 0 || errno == EINTR;
+    }
 
 private:
     int m_number = -1;
 };
 
-/// Opens a file, close-on-exec, as often as signals interrupt it.
+/// Opens a file, close-on-exec, as often as signals interrupt it. It may wait (for the other end of a pipe), and
+/// the thread be cancelled then.
 /// @return none, with errno, when the system refuses
-inline Descriptor openFile(char const* path, int flags) noexcept {
+inline Descriptor openFile(char const* path, int flags) {
     int number;
     do number = ::open(path, flags | O_CLOEXEC, 0666);
     while (number == -1 && errno == EINTR);

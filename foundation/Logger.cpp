@@ -137,21 +137,33 @@ std::string replaceDoubleQuote(std::string const& text) {
     return result;
 }
 
-void logCaught(char const* function, Exception const& exception) {
-    try {
-        Logger::instance()->evt_log(EventException, nullptr, "%s\x01%s", function,
-                                    exception.asString().c_str());
-    } catch (Exception const&) {       // of a daemon's own logger
-    } catch (std::exception const&) {  // most likely no memory
-    }
-}
+namespace {
 
-void logUnknown(char const* function) {
+/// Writes an event, if a daemon's own logger, and the memory there is, let it. What is caught has names: the end of
+/// a thread, which has none, cannot be caught while another exception is being handled.
+template <class Write>
+void tryToLog(Write write) {
     try {
-        Logger::instance()->evt_log(EventUnknownException, nullptr, "%s", function);
+        write(*Logger::instance());
     } catch (Exception const&) {
     } catch (std::exception const&) {
     }
+}
+
+}  // namespace
+
+void logCaught(char const* function, Exception const& exception) {
+    tryToLog([&](Logger& logger) {
+        logger.evt_log(EventException, nullptr, "%s\x01%s", function, exception.asString().c_str());
+    });
+}
+
+void logCaught(char const* function, char const* detail) {
+    tryToLog([&](Logger& logger) { logger.evt_log(EventException, nullptr, "%s\x01%s", function, detail); });
+}
+
+void logUnknown(char const* function) {
+    tryToLog([&](Logger& logger) { logger.evt_log(EventUnknownException, nullptr, "%s", function); });
 }
 
 }  // namespace Quillmark

@@ -137,7 +137,7 @@ uint_t Base64MediaInImpl::available() const {
 }
 
 bool Base64MediaInImpl::atEnd() const {
-    return available() == 0 && m_source.atEnd();
+    return available() == 0 && !m_lineWaits && m_source.atEnd();
 }
 
 // Kept for log readers: the title names readline.
@@ -152,7 +152,7 @@ int Base64MediaInImpl::read(unsigned char* data, uint_t n) {
         m_decoded.shiftLeft(m_taken);
         m_taken = 0;
     }
-    while (available() < n && !m_source.atEnd()) decodeLine();
+    while (available() < n && (m_lineWaits || !m_source.atEnd())) decodeLine();
     uint_t const count = std::min(available(), n);
     std::memcpy(data, m_decoded.data() + m_taken, count);
     m_taken += count;
@@ -160,14 +160,18 @@ int Base64MediaInImpl::read(unsigned char* data, uint_t n) {
     return static_cast<int>(count);
 }
 
+// A line for which there is no room now waits for the next call.
 void Base64MediaInImpl::decodeLine() {
-    m_source.readline(m_line);
-    if (m_line.isEmpty()) return;
+    if (!m_lineWaits) m_source.readline(m_line);
+    m_lineWaits = !m_line.isEmpty();
+    if (!m_lineWaits) return;
+    uint_t const before = m_decoded.length();
+    if (m_line.length() > UINT32_MAX - before) fail<BufferException>(Refused, Site{"BufferImpl", 129});
+    m_decoded.size(before + m_line.length());
+    m_lineWaits = false;
     if (m_lineEnded) m_decoder->endLine();
     // A source fills the buffer, or all but its last byte, when the line goes on.
-    m_lineEnded = m_line.at(m_line.length() - 1) == '\n' || m_line.length() + 1 < m_line.size();
-    uint_t const before = m_decoded.length();
-    m_decoded.size(before + m_line.length());
+    m_lineEnded = m_line.at(m_line.length() - 1) == '\n' || m_line.size() - m_line.length() > 1;
     std::size_t const count = m_decoder->decode(m_line.data(), m_line.length(), m_decoded.data() + before);
     m_decoded.length(before + static_cast<uint_t>(count));
 }

@@ -263,7 +263,10 @@ void SwapBufferMediaOutImpl::write(unsigned char const* data, uint_t n) {
 void SwapBufferMediaOutImpl::writeSwapped(unsigned char const* data, uint_t n) {
     bool const first = !std::exchange(m_swapped, true);
     if (m_cacheOnly) {
-        if (first) cacheWhatFits(data, n);
+        if (!first) return;
+        m_swapped = false;  // as long as there may be no memory
+        cacheWhatFits(data, n);
+        m_swapped = true;
         return;
     }
     Buffer copy;

@@ -7,9 +7,12 @@
 #include <deque>
 #include <string_view>
 
+#include "foundation/Descriptor.h"
+
 namespace Quillmark {
 
 Directory::Directory(int at, char const* name, Links links) noexcept {
+    Uncancelled const whole;
     int const noLink = links == Links::Refuse ? O_NOFOLLOW : 0;
     m_descriptor = ::openat(at, name, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC | noLink);
     if (m_descriptor == -1) return;
@@ -40,6 +43,7 @@ void Directory::readAhead() {
 }
 
 bool Directory::reopenAsParentOf(Directory const& child) noexcept {
+    Uncancelled const whole;
     m_descriptor = ::openat(child.m_descriptor, "..", O_PATH | O_DIRECTORY | O_CLOEXEC);
     struct stat status = {};
     if (isOpen() && ::fstat(m_descriptor, &status) == 0 && status.st_dev == m_device &&
@@ -50,6 +54,7 @@ bool Directory::reopenAsParentOf(Directory const& child) noexcept {
 }
 
 void Directory::close() noexcept {
+    Uncancelled const whole;
     if (m_stream) {
         ::closedir(m_stream);
     } else if (isOpen()) {

@@ -39,25 +39,27 @@ void QuotedPrintableOutImpl::write(Buffer const& buffer) {
     std::string out;
     while (left != 0) {
         std::size_t const block = std::min(left, blockSize);
+        int column = m_column;  // which counts once the sink has taken the block
         out.clear();
         out.reserve(block + block / 8);
         for (unsigned char const byte : std::span(data, block)) {
-            if (m_column > lastColumn) {
+            if (column > lastColumn) {
                 out += "=\n";
-                m_column = 0;
+                column = 0;
             }
             if (byte == '\n') {
                 out += '\n';
-                m_column = 0;
+                column = 0;
             } else if (passing.contains(byte)) {
                 out += static_cast<char>(byte);
-                m_column += 1;
+                column += 1;
             } else {
                 appendEscaped(out, byte);
-                m_column += 3;
+                column += 3;
             }
         }
         m_next.write(reinterpret_cast<unsigned char const*>(out.data()), static_cast<uint_t>(out.size()));
+        m_column = column;
         data += block;
         left -= block;
     }

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "foundation/ByteSet.h"
+#include "foundation/Descriptor.h"
 #include "foundation/Fail.h"
 #include "media/Directory.h"
 #include "media/LineConvert.h"
@@ -86,10 +87,12 @@ bool matchesAny(std::list<std::string> const& patterns, std::string const& name)
 
 /// Opens a file without handing it down to the programs that the process starts.
 bool openInto(std::filebuf& buffer, std::string const& path, int flags, std::ios::openmode mode) {
-    int const descriptor = ask(path, [&](char const* name) { return ::open(name, flags | O_CLOEXEC, 0666); });
-    if (descriptor == -1) return false;
-    __gnu_cxx::stdio_filebuf<char> file(descriptor, mode);
-    if (!file.is_open()) ::close(descriptor);
+    char const* const name = nameFor(path);
+    if (!name) return false;
+    Descriptor descriptor = openFile(name, flags);
+    if (!descriptor.isOpen()) return false;
+    __gnu_cxx::stdio_filebuf<char> file(descriptor.number(), mode);
+    if (file.is_open()) descriptor.release();
     buffer = std::move(file);
     return buffer.is_open();
 }
@@ -206,8 +209,11 @@ void File::Path::rename(std::string const& to) const {
     auto const from = [&](char const* newName) {
         return ask(asString(), [&](char const* name) { return ::rename(name, newName); });
     };
+    PathImpl renamed(m_impl->directory(),
+                     m_impl->name());  // first, since it may take memory that is not there
+    renamed.parse(to);
     if (ask(to, from) != 0) refuse("rename", 319, errno);
-    m_impl->parse(to);
+    m_impl->swapTexts(renamed);
 }
 
 int File::Path::link(std::string const& to) const {

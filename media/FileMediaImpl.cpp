@@ -142,8 +142,9 @@ bool TempFile::isMadeFile(int descriptor) const {
            status.st_ino == m_inode;
 }
 
+// A name with a NUL byte, which can only come of a prefix, is no file's, and must not become that of another.
 void TempFile::remove() const noexcept {
-    if (!m_removeOnDestroy || m_name.empty()) return;
+    if (!m_removeOnDestroy || m_name.empty() || m_name.find('\0') != std::string::npos) return;
     KeepErrno const keep;
     ::unlink(m_name.c_str());
 }
@@ -162,6 +163,7 @@ TempFileMediaOutImpl::TempFileMediaOutImpl(std::string const& nameTemplate, bool
 
 TempFileMediaOutImpl::~TempFileMediaOutImpl() {
     KeepErrno const keep;
+    Uncancelled const whole;
     if (!m_stream) return;
     handOver();
     std::fclose(m_stream);
@@ -425,6 +427,7 @@ FileMediaOutImpl::FileMediaOutImpl(std::unique_ptr<OwnFile> file, std::string co
 FileMediaOutImpl::FileMediaOutImpl(std::ostream& stream) : StreamMediaOutImpl(stream) {}
 FileMediaOutImpl::~FileMediaOutImpl() {
     KeepErrno const keep;
+    Uncancelled const whole;
     m_file.reset();
 }
 

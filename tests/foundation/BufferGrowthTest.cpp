@@ -433,6 +433,9 @@ TEST(BufferGrowth, RefusesARecordThatCannotBeAllocated) {
         EXPECT_EQ(failing([] { Buffer("x", 1, false); }), "BufferException( 4 ) , BufferImpl:46, ");
         EXPECT_EQ(failing([] { Buffer("x", 1, true); }), "BufferException( 4 ) , BufferImpl:55, ");
         EXPECT_EQ(failing([&] { sharer.protect(); }), "BufferException( 4 ) , BufferImpl:46, ");
+        LineBuffer line(bytes("its own"));
+        EXPECT_EQ(failing([&] { line = shared; }), "BufferException( 4 ) , BufferImpl:46, ");
+        EXPECT_EQ(text(line), "its own") << "and not unprotected those of another";
         EXPECT_EQ(text(sharer), "abc");
         EXPECT_EQ(sharer.data(), shared.data());
     });

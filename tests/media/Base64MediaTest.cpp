@@ -296,6 +296,36 @@ TEST(Base64MediaIn, IsAtItsEndWhenTheSourceIsAndEverythingWasRead) {
     EXPECT_EQ(decoder.read(piece, 2), 0);
 }
 
+// A daemon's source may give lines of any length.
+TEST(Base64MediaIn, RefusesALineBeyond32BitsAndDoesNotGoOnBehindIt) {
+    class Endless : public MediaInImpl {
+    public:
+        explicit Endless(int& lines) : m_lines(lines) {}
+        bool atEnd() const override { return false; }
+        int peek() const override { return 1; }
+        int read(unsigned char*, uint_t) override { return 0; }
+        ulong_t tell() const override { return 0; }
+        void setpos(ulong_t) override {}
+        void readline(Buffer& line) override {
+            line = m_lines++ == 0 ? Buffer("QUJD\n", 5, true) : Buffer("QUJD\n", UINT32_MAX, true);
+        }
+
+    private:
+        int& m_lines;
+    };
+    int lines = 0;
+    MediaIn endless(new Endless(lines), false);
+    Base64MediaIn decoder(endless);
+    unsigned char into[64];
+    std::string const noMemory = "BufferException( 4 ) , BufferImpl:129, ";
+    EXPECT_EQ(failureOf([&] { decoder.read(into, 64); }), noMemory);
+    EXPECT_EQ(failureOf([&] { decoder.read(into, 64); }), noMemory);
+    EXPECT_EQ(lines, 2) << "the line that found no room is not left out";
+    EXPECT_FALSE(decoder.atEnd());
+    EXPECT_EQ(decoder.read(into, 3), 3);
+    EXPECT_EQ(std::string(into, into + 3), "ABC");
+}
+
 TEST(Base64MediaIn, RefusesToPeekInTheNameOfReadline) {
     BufferMediaIn source(buffer("TWFu"), 0);
     Base64MediaIn const decoder(source);

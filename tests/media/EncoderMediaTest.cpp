@@ -125,6 +125,29 @@ TYPED_TEST(SilentEncoder, RefusesNullBytesWithALength) {
     EXPECT_EQ(failureOf([&] { out.write(nullptr, 1); }), "BufferException( 2 ) , BufferImpl:70, ");
 }
 
+TEST(QuotedPrintableOut, CountsNoColumnThatItsSinkDidNotTake) {
+    class Refusing : public MediaOutImpl {
+    public:
+        explicit Refusing(std::string& taken) : m_taken(taken) {}
+        using MediaOutImpl::write;
+        void write(unsigned char const* data, uint_t n) override {
+            if (m_writes++ == 1) throw MediaException(WriteFailed, nullptr, 0);
+            m_taken.append(reinterpret_cast<char const*>(data), n);
+        }
+        void end() override {}
+
+    private:
+        int m_writes = 0;
+        std::string& m_taken;
+    };
+    std::string taken;
+    QuotedPrintableOut out(MediaOut(new Refusing(taken), false));
+    out << std::string(70, 'a');
+    EXPECT_EQ(failureOf([&] { out << "\n"; }), "MediaException( 4097 ) ");
+    out << std::string(70, 'b');
+    EXPECT_EQ(taken, std::string(70, 'a') + "bbb=\n" + std::string(67, 'b'));
+}
+
 TEST(QuotedPrintableOut, RefusesNullBytesWithALength) {
     QuotedPrintableOut out;
     EXPECT_EQ(failureOf([&] { out.write(nullptr, 1); }), "BufferException( 2 ) , BufferImpl:70, ");

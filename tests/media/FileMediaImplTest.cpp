@@ -159,6 +159,13 @@ TEST(TempFile, LeavesErrnoAloneWhenItGoes) {
     EXPECT_EQ(errno, 7777);
 }
 
+TEST(TempFile, LeavesTheFileThatStandsBeforeANulByteOfItsPrefix) {
+    TemporaryDirectory const directory;
+    std::string const other = directory.write("other", "kept");
+    { TempFile const named(other + std::string("\0x", 2)); }
+    EXPECT_EQ(readFile(other), "kept");
+}
+
 TEST(TempFileMediaOut, WritesAFileThatIsRemovedWithItsLastHolder) {
     TemporaryDirectory const directory;
     Ref<TempFile> holder;

@@ -1,14 +1,17 @@
 #include "include2/File"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <set>
 #include <type_traits>
 
+#include "include2/FileMedia"
 #include "tests/media/Trees.h"
 #include "tests/support/Support.h"
 
@@ -37,7 +40,58 @@ private:
 
 std::string const withNul("x\0y", 3);
 
+/// Runs @p action on a thread that is cancelled at the first place where it can be.
+/// @return whether that was within the action
+bool isCancelledIn(std::function<void()> const& action) {
+    struct Run {
+        std::function<void()> const& action;
+        bool ended = false;
+    } run{action};
+    pthread_t thread{};
+    ::pthread_create(
+        &thread, nullptr,
+        [](void* argument) -> void* {
+            auto& here = *static_cast<Run*>(argument);
+            ::pthread_cancel(::pthread_self());
+            here.action();
+            here.ended = true;
+            ::pthread_testcancel();
+            return nullptr;
+        },
+        &run);
+    void* result = nullptr;
+    ::pthread_join(thread, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    return !run.ended;
+}
+
 }  // namespace
+
+TEST(FileStreams, LetTheirThreadBeCancelledWhileAFileIsOpened) {
+    TemporaryDirectory const here;
+    std::string const fifo = here.file("fifo");
+    makeFifo(fifo);  // which nobody writes to
+    std::size_t const before = openDescriptors();
+    EXPECT_TRUE(isCancelledIn([&] { File::basic_ifstream const in{Path(fifo)}; }));
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(Path, IsRemovedWholeByAThreadThatIsCancelled) {
+    TemporaryDirectory const here;
+    std::filesystem::create_directories(here.file("a/b/c"));
+    here.write("a/b/c/d", "");
+    EXPECT_FALSE(isCancelledIn([&] { Path(here.file("a")).unlink(true); }));
+    EXPECT_FALSE(std::filesystem::exists(here.file("a")));
+}
+
+TEST(TempFileMediaOut, IsWrittenOutByAThreadThatIsCancelled) {
+    TemporaryDirectory const here;
+    auto out = std::make_unique<TempFileMediaOut>(here.file("aXXXXXX"), false);
+    *out << "abc";
+    std::string const name = out->tmpfile()->name();
+    EXPECT_FALSE(isCancelledIn([&] { out.reset(); }));
+    EXPECT_EQ(readFile(name), "abc");
+}
 
 static_assert(std::is_copy_constructible_v<Path> && std::is_copy_assignable_v<Path>);
 static_assert(std::is_convertible_v<std::string, Path>);
