@@ -240,7 +240,7 @@ std::string const& EmailAddress::address() const {
 }
 
 std::string const& EmailAddress::asString() const {
-    static std::string const nothing;
+    static auto const& nothing = *new std::string;  // never destroyed: it may be read while the process ends
     return m_impl ? m_impl->asString() : nothing;
 }
 

@@ -41,6 +41,8 @@ public:
     virtual ~ThreadState() {
         State& state = _res;
         ::res_nclose(&state);
+        // It looks at as many as are asked. Those that stood behind one that was chosen are still there.
+        for (sockaddr_in6*& slot : state._u._ext.nsaddrs) std::free(std::exchange(slot, nullptr));
         state.options = 0;  // whoever asks later in the thread's end prepares it again
     }
 };

@@ -72,10 +72,12 @@ std::string const& EntryImpl::cmdline() const {
     if (!m_cmdline.empty()) return m_cmdline;
     std::string text = readStart(pathOf(m_pid, "cmdline"), mostOfCmdline);
     if (text.empty()) return m_cmdline;
+    std::list<std::string> args;
     std::string_view rest = text;
     for (std::size_t end; (end = rest.find('\0')) != std::string_view::npos; rest.remove_prefix(end + 1))
-        m_args.emplace_back(rest.substr(0, end));
-    m_args.emplace_back(rest);
+        args.emplace_back(rest.substr(0, end));
+    args.emplace_back(rest);
+    m_args.swap(args);
     m_cmdline = std::move(text);
     return m_cmdline;
 }

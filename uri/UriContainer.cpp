@@ -31,7 +31,8 @@ void UriContainerImpl::add(Uri&& uri, bool unique) {
 }
 
 std::list<Uri> const& UriContainerImpl::hrefs(unsigned long /*id*/) const {
-    static std::list<Uri> const none;
+    static auto const& none =
+        *new std::list<Uri>;  // never destroyed: whoever got it may look while the process ends
     auto const links = m_links.find(m_currentId);
     return links == m_links.end() || !links->second ? none : links->second->uris;
 }

@@ -213,12 +213,13 @@ void searchBytes(UriContainerImpl& out, std::string_view text, bool bareDomains)
 
 // The process-wide configuration. The level stands apart so that a search takes no lock.
 std::mutex configLock;
-boost::shared_ptr<UriSniffer::Config> config;
 std::atomic<UriSniffer::Level> currentLevel{UriSniffer::Config::LevelLiberal};
 
 }  // namespace
 
 boost::shared_ptr<UriSniffer::Config> UriSniffer::Config::instance(Level level) {
+    static auto& config =
+        *new boost::shared_ptr<Config>;  // never destroyed: daemons end with threads running
     std::lock_guard const guard(configLock);
     if (config && level == LevelCurrent) return config;
     boost::shared_ptr<Config> fresh = boost::make_shared<Config>(level);

@@ -1,12 +1,14 @@
 #include "include2/Resolver"
 
 #include <netdb.h>
+#include <pthread.h>
 #include <resolv.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -48,6 +50,30 @@ TEST(Resolver, IsOneForTheProcess) {
     Resolver* other = nullptr;
     onThread([&] { other = Resolver::instance(); });
     EXPECT_EQ(Resolver::instance(), other);
+}
+
+// The C library frees only as many as are asked at the end.
+TEST(Resolver, FreesTheServersThatStoodBehindAChosenOne) {
+    Resolver const& resolver = *Resolver::instance();
+    static int left = -1;
+    pthread_key_t later = 0;  // its destructor comes behind that of the resolver
+    ASSERT_EQ(::pthread_key_create(&later,
+                                   [](void*) {
+                                       left = 0;
+                                       for (sockaddr_in6 const* const slot : _res._u._ext.nsaddrs)
+                                           left += slot ? 1 : 0;
+                                   }),
+              0);
+    onThread([&] {
+        Resolver::instance();
+        for (std::size_t const at : {1U, 2U})  // as the system does it for its second and third server
+            if (!_res._u._ext.nsaddrs[at])
+                _res._u._ext.nsaddrs[at] = static_cast<sockaddr_in6*>(std::calloc(1, sizeof(sockaddr_in6)));
+        resolver.server(IPAddress("::1"), 53);
+        ::pthread_setspecific(later, &left);
+    });
+    ::pthread_key_delete(later);
+    EXPECT_EQ(left, 0);
 }
 
 TEST(Resolver, PreparesEachThreadOnce) {

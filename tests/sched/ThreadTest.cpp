@@ -231,11 +231,16 @@ TEST(Thread, LogsAnExceptionThatLeavesItAndEndsAlone) {
 }
 
 TEST(Thread, EndsAloneAlsoWhenTheLogFails) {
-    LogRecorder log;
-    log.afterwards([] { throw Exception("Recorder", 4, nullptr, 0); });
-    Thread thread;
-    EXPECT_EQ(thread.start().join(), 0);
-    EXPECT_EQ(log.lines().size(), 1U);
+    for (bool const own : {true, false}) {
+        LogRecorder log;
+        log.afterwards([=] {
+            if (own) throw Exception("Recorder", 4, nullptr, 0);
+            throw std::bad_alloc();
+        });
+        Thread thread;
+        EXPECT_EQ(thread.start().join(), 0);
+        EXPECT_EQ(log.lines().size(), 1U);
+    }
 }
 
 TEST(Thread, LetsCancellationPass) {
