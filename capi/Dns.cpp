@@ -3,9 +3,9 @@
 #include "include2/quillmark.h"
 
 #include "capi/Guard.h"
+#include "foundation/Caught.h"
 #include "include2/HostName"
 #include "include2/IPAddress"
-#include "include2/Logger"
 #include "include2/Resolver"
 #include "net/ResolverState.h"
 
@@ -94,8 +94,7 @@ void chooseServer(Resolver const& resolver, char const* server, int port) {
     if (!server || *server == '\0' || port < 1) return;
     IPAddress const address = resolver.getIPAddress(HostName(server, true, false));
     if (address.isNull())
-        Logger::instance(false)->evt_log(EventException, nullptr, "%s\x01%s", "quill_dns_query_create",
-                                         server);
+        logCaught("quill_dns_query_create", server);
     else
         resolver.server(address, static_cast<unsigned int>(port));
 }

@@ -35,6 +35,7 @@ Result logged(char const* function, Result failure, Call call) {
             logCaught(function, e);
             throw;
         } catch (std::exception const&) {
+            logUnknown(function);
             return failure;
         }
     });

@@ -1,7 +1,8 @@
 /* Quillmark's flat C interface. Plain C11; the sections follow the C++ headers that do the work.
  *
- * No function lets an exception out: a failure is the value that each comment names. Whatever a
- * function allocates for the caller goes back through the function that its comment names.
+ * No function lets an exception out, but for a lack of memory (std::bad_alloc) where no failure value is
+ * named for it: a failure is the value that each comment names. Whatever a function allocates for the
+ * caller goes back through the function that its comment names.
  */
 #ifndef QUILLMARK_QUILLMARK_H
 #define QUILLMARK_QUILLMARK_H
