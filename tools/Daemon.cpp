@@ -2,8 +2,6 @@
 
 #include "tools/Daemon.h"
 
-#include <unistd.h>
-
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -16,6 +14,7 @@
 #include "include2/IPAddress"
 #include "tools/Commands.h"
 #include "tools/Examine.h"
+#include "tools/Input.h"
 
 namespace QuillmarkTool {
 using namespace Quillmark;
@@ -30,17 +29,6 @@ IPAddress addressOf(std::string const& host) {
     } catch (Exception const&) {
         HostName const name(host, false, true);
         return name.isNull() ? IPAddress() : Host(name).address();
-    }
-}
-
-std::string standardInput() {
-    std::string text;
-    std::array<char, 65536> block{};
-    for (;;) {
-        ssize_t const count = ::read(STDIN_FILENO, block.data(), block.size());
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return text;
-        text.append(block.data(), static_cast<std::size_t>(count));
     }
 }
 

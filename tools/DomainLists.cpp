@@ -1,9 +1,11 @@
 #include "tools/DomainLists.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -95,15 +97,16 @@ void Rules::suffix(std::size_t number, std::string const& name) {
 
 void writeList(std::set<std::string> const& names, fs::path const& path) {
     fs::path const made = path.string() + ".new";
+    errno = 0;
     std::ofstream out(made, std::ios::binary | std::ios::trunc);
     for (std::string const& name : names) out << name << '\n';
     out.close();
-    std::error_code error;
+    std::error_code error(errno, std::generic_category());
     if (out) fs::rename(made, path, error);
     if (out && !error) return;
     std::error_code ignored;
     fs::remove(made, ignored);
-    throw UnusableList("cannot write " + path.string());
+    throw UnusableList("cannot write " + path.string() + ": " + error.message());
 }
 
 struct ListFile {
@@ -121,8 +124,31 @@ bool readable(fs::path const& path) {
     return ::access(path.c_str(), R_OK) == 0;
 }
 
+/// 0, or why the list cannot be read: one that is there may be a directory, and descriptors may be lacking.
+int obstacleTo(fs::path const& path) {
+    int const list = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (list < 0) return errno;
+    char byte = 0;
+    int const error = ::pread(list, &byte, 1, 0) < 0 ? errno : 0;
+    ::close(list);
+    return error;
+}
+
+/// Where the appliance has a file, whatever the library opens instead: nobody redirects the directory.
+fs::path onAppliance(fs::path const& file) {
+    return ::quill_path(file.parent_path().c_str()) / file.filename();
+}
+
 bool applianceHasLists() {
-    return readable(listFiles[0].primary) || readable(listFiles[0].fallback);
+    return readable(onAppliance(listFiles[0].primary)) || readable(onAppliance(listFiles[0].fallback));
+}
+
+/// Has the library open its three lists at these places; null is the appliance's own.
+using Places = std::array<char const*, listFiles.size()>;
+void point(Places const& places) {
+    for (std::size_t i = 0; i < listFiles.size(); ++i)
+        for (char const* const file : {listFiles[i].primary, listFiles[i].fallback})
+            ::quill_path_map(file, places[i]);
 }
 
 fs::path programDirectory() {
@@ -164,10 +190,13 @@ std::string ownListsDirectory() {
     return {};
 }
 
-std::string useDomainLists(std::string const& directory) {
+ListsInUse useDomainLists(std::string const& directory) {
     fs::path chosen = directory;
     if (directory.empty()) {
-        if (applianceHasLists()) return {};
+        if (applianceHasLists()) {
+            point({});  // others may have been in use until these came
+            return {};
+        }
         for (fs::path const& candidate : usualDirectories()) {
             if (!candidate.empty() && readable(candidate / "gtld")) {
                 chosen = candidate;
@@ -176,20 +205,21 @@ std::string useDomainLists(std::string const& directory) {
         }
         if (chosen.empty()) {
             // The library need not look for what is not there, and log that it found nothing.
-            for (ListFile const& file : listFiles) {
-                quill_path_map(file.primary, "/dev/null");
-                quill_path_map(file.fallback, "/dev/null");
-            }
-            return "no domain lists: links are found by their address only; \"quillmark lists\" makes them";
+            point({"/dev/null", "/dev/null", "/dev/null"});
+            return {true,
+                    "no domain lists: links are found by their address only; \"quillmark lists\" makes them"};
         }
     }
     // All three or none: a list of the appliance beside two of ours would split names in a way of its own.
-    for (ListFile const& file : listFiles) {
-        fs::path const path = chosen / file.name;
-        if (!readable(path)) return "cannot read the domain list " + path.string();
-        quill_path_map(file.primary, path.c_str());
-        quill_path_map(file.fallback, path.c_str());
+    std::array<std::string, listFiles.size()> paths;
+    Places places{};
+    for (std::size_t i = 0; i < listFiles.size(); ++i) {
+        paths[i] = (chosen / listFiles[i].name).string();
+        if (int const error = obstacleTo(paths[i]); error != 0)
+            return {false, "cannot read the domain list " + paths[i], error};
+        places[i] = paths[i].c_str();
     }
+    point(places);
     return {};
 }
 
@@ -200,7 +230,7 @@ std::vector<std::string> domainListFiles(std::string const& directory) {
             files.push_back((fs::path(directory) / file.name).string());
             continue;
         }
-        for (char const* path : {file.primary, file.fallback}) files.emplace_back(path);
+        for (char const* path : {file.primary, file.fallback}) files.push_back(onAppliance(path).string());
         for (fs::path const& usual : usualDirectories()) files.push_back((usual / file.name).string());
     }
     return files;

@@ -42,10 +42,18 @@ void writeDomainLists(DomainLists const& lists, std::string const& directory);
 /// directory "quillmark/lists" among the user's data.
 std::string ownListsDirectory();
 
+/// What came of useDomainLists().
+struct ListsInUse {
+    bool good = true;         ///< the library is pointed to them; otherwise it is where it was before
+    std::string complaint{};  ///< what a person should know, or empty
+    int error = 0;            ///< why a list cannot be read, as errno
+};
+
 /// Points the library to the lists in @p directory or, when that is empty, to the first of: the
 /// appliance's own lists, ownListsDirectory(), the lists installed with this program.
-/// @return what is wrong, or empty. Without any lists no link has a registered domain.
-std::string useDomainLists(std::string const& directory);
+/// That no lists are found anywhere is good, with a complaint: no link has a registered domain then.
+/// The library goes on with what it has read until a new generation of its configuration begins.
+ListsInUse useDomainLists(std::string const& directory);
 
 /// Every file that useDomainLists() may choose: when none of them changes, neither does what it does.
 std::vector<std::string> domainListFiles(std::string const& directory);

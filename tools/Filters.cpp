@@ -116,6 +116,11 @@ std::string digestOf(MediaIn& in) {
 }
 
 int convert(LinesOptions const& options, void (*lines)(File::Path const&, File::Path const&)) {
+    // The library does nothing for an empty path, and says nothing.
+    if (options.from.empty() || options.to.empty()) {
+        complain(std::string(options.from.empty() ? "FROM" : "TO") + ": an empty name names no file");
+        return Failed;
+    }
     try {
         lines(options.from, options.to);
     } catch (Exception const& e) {

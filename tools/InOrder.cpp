@@ -1,6 +1,5 @@
 #include "tools/InOrder.h"
 
-#include <exception>
 #include <utility>
 
 namespace QuillmarkTool {
@@ -42,10 +41,16 @@ void InOrder::end(std::uint64_t piece) {
     m_moved.notify_all();
 }
 
+void InOrder::failed(std::exception_ptr reason) {
+    std::lock_guard const guard(m_lock);
+    if (!m_loss) m_loss = std::move(reason);
+}
+
 void InOrder::wait() {
     std::unique_lock lock(m_lock);
     m_moved.wait(lock, [&] { return m_pieces.empty(); });
     if (m_failure) std::rethrow_exception(m_failure);
+    if (m_loss) std::rethrow_exception(m_loss);
 }
 
 void InOrder::write(std::string& text) {

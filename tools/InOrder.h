@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -16,7 +17,8 @@ namespace QuillmarkTool {
 /// unwritten. So memory stays flat however slow the head is, or the one who reads.
 ///
 /// Work must be taken up in the order in which it began, else the head may wait for those that wait for it.
-/// Threads: begin() and wait() belong to one thread, say() to the one that works on the piece.
+/// Threads: begin() and wait() belong to one thread, say() and failed() to the one that works on the
+/// piece.
 class InOrder {
 public:
     using Write = std::function<void(std::string const& text)>;
@@ -30,8 +32,30 @@ public:
     void say(std::uint64_t piece, std::string const& text);
     /// The piece is finished, whatever came of it.
     void end(std::uint64_t piece);
-    /// Waits until all that began has ended. Throws what write() threw.
+    /// Part of a piece got lost, for this reason. The others are written as ever.
+    void failed(std::exception_ptr reason);
+    /// Waits until all that began has ended. Throws what write() threw, or else the first reason of failed().
     void wait();
+
+    /// A piece that begins with the object and ends with it, unless somebody else took it over.
+    class Begun {
+    public:
+        explicit Begun(InOrder& order) : m_order(order), m_number(order.begin()) {}
+        ~Begun() {
+            if (!m_isTakenOver) m_order.end(m_number);
+        }
+        Begun(Begun const&) = delete;
+        Begun& operator=(Begun const&) = delete;
+
+        std::uint64_t number() const { return m_number; }
+        /// From now on somebody else calls end().
+        void takenOver() { m_isTakenOver = true; }
+
+    private:
+        InOrder& m_order;
+        std::uint64_t const m_number;
+        bool m_isTakenOver = false;
+    };
 
 private:
     struct Piece {
@@ -46,7 +70,8 @@ private:
     std::deque<Piece> m_pieces;
     std::uint64_t m_head = 0;  // the number of the first of them
     unsigned int m_unfinished = 0;
-    std::exception_ptr m_failure;
+    std::exception_ptr m_failure;  // of write()
+    std::exception_ptr m_loss;     // of a piece
     unsigned int const m_mostUnfinished;
     unsigned int const m_window;
     Write const m_write;

@@ -65,11 +65,13 @@ void write(std::string& out, ResolverMessage::Record const& record);
 void write(std::string& out, Soa const& soa);
 void write(std::string& out, NoMessage const& none);
 
+// A list and an object are closed by a call of their own: closing takes memory, of which there may be none left, and
+// a destructor could not say so.
+
 /// A list, item by item.
 class Array {
 public:
     explicit Array(std::string& out) : m_out(out) { m_out += '['; }
-    ~Array() { m_out += ']'; }
     Array(Array const&) = delete;
     Array& operator=(Array const&) = delete;
     template <class Value>
@@ -77,6 +79,7 @@ public:
         if (!std::exchange(m_first, false)) m_out += ',';
         write(m_out, value);
     }
+    void end() { m_out += ']'; }
 
 private:
     std::string& m_out;
@@ -87,7 +90,6 @@ private:
 class Object {
 public:
     explicit Object(std::string& out) : m_out(out) { m_out += '{'; }
-    ~Object() { m_out += '}'; }
     Object(Object const&) = delete;
     Object& operator=(Object const&) = delete;
 
@@ -117,8 +119,10 @@ public:
     Object& list(std::string_view name, List const& list) {
         Array array(this->name(name));
         for (auto const& item : list) array.add(item);
+        array.end();
         return *this;
     }
+    void end() { m_out += '}'; }
 
 private:
     std::string& m_out;
@@ -142,11 +146,12 @@ void write(std::string& out, Address const& address) {
         .orNull("display_name", address.displayName)
         .add("address", address.address)
         .add("local", address.local)
-        .orNull("domain", address.domain);
+        .orNull("domain", address.domain)
+        .end();
 }
 
 void write(std::string& out, Envelope const& envelope) {
-    Object(out).add("text", envelope.text).orNull("address", envelope.address);
+    Object(out).add("text", envelope.text).orNull("address", envelope.address).end();
 }
 
 void write(std::string& out, PartReport const& part) {
@@ -159,14 +164,15 @@ void write(std::string& out, PartReport const& part) {
         .orNull("file_name", part.fileNames.empty() ? "" : part.fileNames.front())
         .add("bytes", part.bytes)
         .orNull("md5", part.md5)
-        .orNull("error", part.error);
+        .orNull("error", part.error)
+        .end();
 }
 
 /// What there is to say of a link, wherever it stands.
 void addLink(Object& object, LinkReport const& link) {
-    object.add("link", link.text)
+    object.orNull("link", link.text)
         .orNull("idn", link.idn)
-        .add("scheme", link.scheme)
+        .orNull("scheme", link.scheme)
         .orNull("name", link.name)
         .orNull("host", link.host)
         .orNull("domain", link.domain)
@@ -180,6 +186,7 @@ void write(std::string& out, LinkReport const& link) {
     Object object(out);
     object.orNull("part", link.part);
     addLink(object, link);
+    object.end();
 }
 
 std::string hexadecimal(std::string const& bytes) {
@@ -204,6 +211,7 @@ void addQuestion(Object& object, Entry const& entry) {
 void write(std::string& out, ResolverMessage::Query const& query) {
     Object object(out);
     addQuestion(object, query);
+    object.end();
 }
 
 void write(std::string& out, Soa const& soa) {
@@ -214,7 +222,8 @@ void write(std::string& out, Soa const& soa) {
         .add("refresh", soa.record.refresh)
         .add("retry", soa.record.retry)
         .add("expire", soa.record.expire)
-        .add("minimum", soa.record.minimum);
+        .add("minimum", soa.record.minimum)
+        .end();
 }
 
 /// Whether the value is the address, the name or the text of the record, which may be empty.
@@ -247,7 +256,7 @@ void write(std::string& out, ResolverMessage::Record const& record) {
         object.add("soa", Soa{record});
     else
         object.null("soa");
-    object.add("rdata", hexadecimal(record.rdata));
+    object.add("rdata", hexadecimal(record.rdata)).end();
 }
 
 void write(std::string& out, VerdictReport const& verdict) {
@@ -255,19 +264,20 @@ void write(std::string& out, VerdictReport const& verdict) {
         .add("action", verdict.action)
         .add("score", verdict.score)
         .list("reasons", verdict.reasons)
-        .add("by", verdict.by);
+        .add("by", verdict.by)
+        .end();
 }
 
 void write(std::string& out, WithoutAddress const& without) {
-    Object(out).add("field", without.field.name).add("text", without.field.text);
+    Object(out).add("field", without.field.name).add("text", without.field.text).end();
 }
 
 void write(std::string& out, MailtoHeader const& header) {
-    Object(out).add("name", header.first).add("value", header.second);
+    Object(out).add("name", header.first).add("value", header.second).end();
 }
 
 void write(std::string& out, NoMessage const& none) {
-    Object(out).add("code", none.message.resolve_error()).add("text", none.message.errorAsString());
+    Object(out).add("code", none.message.resolve_error()).add("text", none.message.errorAsString()).end();
 }
 
 /// The line with the object that is filled.
@@ -275,10 +285,9 @@ template <class Fill>
 std::string line(Fill fill) {
     std::string out;
     out.reserve(4096);
-    {
-        Object object(out);
-        fill(object);
-    }
+    Object object(out);
+    fill(object);
+    object.end();
     return out;
 }
 
@@ -287,6 +296,7 @@ void addAddresses(Object& object, char const* key, char const* field, MessageRep
     for (AddressField const& each : report.fields)
         if (each.name == field)
             for (Address const& address : each.addresses) addresses.add(address);
+    addresses.end();
 }
 
 }  // namespace
@@ -306,11 +316,10 @@ std::string jsonOf(MessageReport const& report) {
         addAddresses(object, "reply_to", "Reply-To", report);
         addAddresses(object, "to", "To", report);
         addAddresses(object, "cc", "Cc", report);
-        {
-            Array without(object.name("without_address"));
-            for (AddressField const& field : report.fields)
-                if (field.addresses.empty()) without.add(WithoutAddress{field});
-        }
+        Array without(object.name("without_address"));
+        for (AddressField const& field : report.fields)
+            if (field.addresses.empty()) without.add(WithoutAddress{field});
+        without.end();
         object.list("parts", report.parts).list("links", report.links).orNull("verdict", report.verdict);
     });
 }
@@ -330,14 +339,13 @@ std::string jsonOf(AddressFacts const& facts) {
 std::string jsonOf(UriFacts const& facts) {
     return line([&](Object& object) {
         object.add("text", facts.text).orNull("error", facts.error);
-        if (!facts.error.empty()) return;
         addLink(object, facts.link);
         object.orNull("user", facts.user)
             .orNull("password", facts.password)
             .orNull("path", facts.path)
             .orNull("query", facts.query)
             .orNull("fragment", facts.fragment)
-            .add("canonical", facts.canonical)
+            .orNull("canonical", facts.canonical)
             .list("addresses", facts.addresses)
             .list("headers", facts.headers);
     });

@@ -186,40 +186,50 @@ Features featuresOf(MessageReport const& report) {
 std::string Features::asText(std::size_t limit) const {
     static constexpr std::string_view cut = "cut\n";
     static constexpr std::size_t longestName = 255;
-    std::string text;
     bool left = isCut;
+    std::size_t size = cut.size();
     std::set<std::string> written;
-    auto const add = [&](char const* key, std::string const& value) {
+    auto const add = [&](std::string& text, char const* key, std::string const& value) {
         std::string const line = key + onOneLine(value) + "\n";
         if (!written.insert(line).second) return;
-        if (text.size() + line.size() + cut.size() > limit)
+        if (size + line.size() > limit) {
             left = true;
-        else
-            text += line;
+            return;
+        }
+        size += line.size();
+        text += line;
     };
-    auto const addLink = [&](Link const& link) { add(link.hasUser ? "user-link " : "link ", link.host); };
-    if (!sender.empty()) add("sender ", sender);
-    for (std::string const& digest : digests) add("digest ", digest);
-    // First the links that a rule may find, and one that speaks for the sender.
+    std::string text;
+    if (!sender.empty()) add(text, "sender ", sender);
+    for (std::string const& digest : digests) add(text, "digest ", digest);
+    // First the links that a rule may find, and those that speak for the sender. Whichever fit, they are written
+    // in their own order: of the links that offend against a rule, its reason names the first.
     std::string const own = registeredDomain(onOneLine(sender));
-    std::vector<Link> others;
-    for (Link link : links) {
-        link.host = onOneLine(std::move(link.host));  // as whoever reads it will see it
-        Host const host = hostOf(link.host);
-        bool const matters = link.hasUser || host.isAddress || link.host.find("xn--") != std::string::npos ||
+    std::vector<std::string> chosen(links.size());
+    std::vector<std::size_t> others;
+    auto const choose = [&](std::size_t i) {
+        add(chosen[i], links[i].hasUser ? "user-link " : "link ", links[i].host);
+    };
+    for (std::size_t i = 0; i < links.size(); ++i) {
+        std::string const name = onOneLine(links[i].host);  // as whoever reads it will see it
+        Host const host = hostOf(name);
+        bool const matters = links[i].hasUser || host.isAddress || name.find("xn--") != std::string::npos ||
                              (!own.empty() && areRelated(host.domain, own));
         if (matters)
-            addLink(link);
+            choose(i);
         else
-            others.push_back(link);
+            others.push_back(i);
     }
+    std::string namesText;
     for (std::string const& name : names) {
         // What a file is counts more than how it begins, and no file's name is longer.
         std::size_t const cutOff = name.size() - std::min(name.size(), longestName);
         left = left || cutOff != 0;
-        add("name ", name.substr(cutOff));
+        add(namesText, "name ", name.substr(cutOff));
     }
-    for (Link const& link : others) addLink(link);
+    for (std::size_t const i : others) choose(i);
+    for (std::string const& line : chosen) text += line;
+    text += namesText;
     return left ? text.append(cut) : text;
 }
 

@@ -29,23 +29,29 @@ int lists(ListsOptions const& options, Output& output) {
         complain(options.source + ": " + std::strerror(errno));
         return Failed;
     }
+    DomainLists made;
     try {
-        DomainLists const made = readPublicSuffixes(in, options.withPrivate);
-        writeDomainLists(made, directory);
-        output.line(harmless(directory) + ":");
-        output.line(row("gtld", made.gtld.size(), "suffixes of one label"));
-        output.line(row("cctld", made.cctld.size(), "suffixes of two labels"));
-        output.line(row("idntld", made.idntld.size(), "internationalised suffixes of one label"));
-        std::size_t const left = made.deeper + made.wildcards + made.exceptions + made.unconvertible;
-        if (left != 0) {
-            output.line("Not expressible in these lists: " + std::to_string(made.deeper) +
-                        " of three labels and more, " + counted(made.wildcards, "wildcard", "wildcards") +
-                        ", " + counted(made.exceptions, "exception", "exceptions") + ", " +
-                        std::to_string(made.unconvertible) + " without an ASCII form.");
-        }
+        made = readPublicSuffixes(in, options.withPrivate);
     } catch (UnusableList const& e) {
         complain(options.source + ": " + e.what());
         return Failed;
+    }
+    try {
+        writeDomainLists(made, directory);
+    } catch (UnusableList const& e) {  // names the file itself
+        complain(e.what());
+        return Failed;
+    }
+    output.line(harmless(directory) + ":");
+    output.line(row("gtld", made.gtld.size(), "suffixes of one label"));
+    output.line(row("cctld", made.cctld.size(), "suffixes of two labels"));
+    output.line(row("idntld", made.idntld.size(), "internationalised suffixes of one label"));
+    std::size_t const left = made.deeper + made.wildcards + made.exceptions + made.unconvertible;
+    if (left != 0) {
+        output.line("Not expressible in these lists: " + std::to_string(made.deeper) +
+                    " of three labels and more, " + counted(made.wildcards, "wildcard", "wildcards") + ", " +
+                    counted(made.exceptions, "exception", "exceptions") + ", " +
+                    std::to_string(made.unconvertible) + " without an ASCII form.");
     }
     return Fine;
 }

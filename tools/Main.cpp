@@ -1,12 +1,15 @@
 // The command line of quillmark. The only file that knows how options are spelt, and the only one that
 // includes the command-line library, which is slow to compile.
 
+#include <fcntl.h>
 #include <malloc.h>
 #include <sys/sysinfo.h>
+#include <unistd.h>
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <cstdint>
@@ -14,6 +17,7 @@
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <sstream>
 #include <string_view>
 
 #include "include2/Exception"
@@ -96,6 +100,20 @@ CLI::Validator number(std::uint64_t least, std::uint64_t most, std::string_view 
 constexpr std::uint64_t anyNumber = UINT32_MAX;
 constexpr std::uint64_t anyPort = UINT16_MAX;
 
+/// Adds paths of any number, each taken as it stands. The command-line library takes "[a,b]", which may be the name of
+/// a file, apart where an option may go on without end; so this one has a number of values, the largest there is.
+CLI::Option* addPaths(CLI::App* command, std::string const& name, std::vector<std::string>& paths,
+                      std::string const& purpose) {
+    CLI::callback_t const take = [&paths](CLI::results_t const& all) {
+        paths = all;
+        return true;
+    };
+    return command->add_option(name, take, purpose)
+        ->expected(CLI::detail::expected_max_vector_size, CLI::detail::expected_max_vector_size)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->option_text("...");
+}
+
 void addColour(CLI::App* command, Colour& colour) {
     command
         ->add_option_function<std::string>(
@@ -170,16 +188,18 @@ void CommandLine::addScan() {
                 "  find /srv/mail -type f -print0 | quillmark scan -0 --files-from -\n"
                 "  quillmark scan < message.eml",
                 [this](Output& output) { return scan(m_scan, output); });
-    added
-        ->add_option("PATH", m_scan.paths,
-                     "files, mboxes, Maildirs and directories; \"-\", or none: standard input")
-        ->option_text("...");
+    addPaths(added, "PATH", m_scan.paths,
+             "files, mboxes, Maildirs and directories; \"-\", or none: standard input");
     CLI::Option* const list = added->add_option(
         "--files-from", m_scan.filesFrom, "also scan the paths in FILE, one a line; \"-\": standard input");
     list->option_text("FILE");
     added->add_flag("-0,--null", m_scan.nul, "the paths in FILE end in NUL, as find -print0 writes them")
         ->needs(list);
     added->add_option("--shard", m_scan.shard, "scan only the K-th of N parts of all paths")
+        ->check({[](std::string const& shard) {  // what else is none, the scan itself finds out
+                     return shard.empty() ? "an empty text is not K/N, with K from 1 to N" : std::string();
+                 },
+                 ""})
         ->option_text("K/N");
     added->add_option("--jobs", m_scan.jobs, "scan at most N batches at once; 1 keeps to one core")
         ->transform(number(1, anyNumber))
@@ -267,7 +287,7 @@ void CommandLine::addMd5() {
     CLI::App* const added = command("md5", "Print MD5 digests of files, as md5sum does",
                                     "  quillmark md5 *.eml > digests\n  md5sum --check digests",
                                     [this](Output& output) { return md5(m_md5, output); });
-    added->add_option("FILE", m_md5.files, "\"-\", or none: standard input")->option_text("...");
+    addPaths(added, "FILE", m_md5.files, "\"-\", or none: standard input");
 }
 
 void CommandLine::addLines(std::string const& name, std::string const& ends,
@@ -343,15 +363,21 @@ void CommandLine::addIpc() {
 }
 
 int CommandLine::run(int argc, char** argv) {
+    Output output;
     try {
         m_app.parse(argc, argv);
     } catch (CLI::ParseError const& e) {
-        if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return m_app.exit(e);
+        if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+            std::ostringstream text;  // the help or the version
+            m_app.exit(e, text);
+            output.say(text.str());
+            output.flush();
+            return Fine;
+        }
         complain(std::string(e.what()));
         std::cerr << "Try \"quillmark --help\".\n";
         return Failed;
     }
-    Output output;
     int const result = m_action(output);
     output.flush();
     return result;
@@ -363,9 +389,21 @@ void limitHeaps() {
     ::mallopt(M_ARENA_MAX, std::max(::get_nprocs(), 1));
 }
 
+/// Puts something that can neither be read nor written where standard input, output or error is closed. Otherwise
+/// the next file that is opened would take its place, and be taken for it.
+/// @return whether all three are open
+bool keepStandardDescriptors() {
+    for (int const standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(standard, F_GETFD) >= 0 || errno != EBADF) continue;
+        if (::open("/dev/null", O_PATH) != standard) return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (!keepStandardDescriptors()) return Failed;
     limitHeaps();
     // A reader who has seen enough closes the pipe, and a file may be as large as it may get. Both are
     // noticed where they happen.

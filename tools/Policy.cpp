@@ -1,13 +1,10 @@
 #include "tools/Policy.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
-#include <cstring>
-#include <fstream>
-#include <iterator>
 
 #include "tools/DefaultPolicy.h"
+#include "tools/Input.h"
 
 namespace QuillmarkTool {
 namespace {
@@ -124,12 +121,12 @@ Policy parsePolicy(std::string const& name, std::string_view text) {
 
 Policy readPolicy(std::string const& file) {
     if (file.empty()) return parsePolicy("the built-in policy", defaultPolicy);
-    std::ifstream in(file, std::ios::binary);
-    if (!in) throw BadPolicy(file + ": " + std::strerror(errno));
-    std::string const text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    // A directory opens, and then gives nothing.
-    if (in.bad() || in.peek() != std::ifstream::traits_type::eof())
-        throw BadPolicy(file + ": cannot read it");
+    std::string text;
+    try {
+        text = contentsOf(file);
+    } catch (std::system_error const& e) {
+        throw UnreadablePolicy(e);
+    }
     return parsePolicy(file, text);
 }
 

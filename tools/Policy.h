@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "include2/PatternContainer"
 
@@ -31,6 +32,12 @@ struct BadPolicy : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// The file cannot be read at all.
+struct UnreadablePolicy : BadPolicy {
+    explicit UnreadablePolicy(std::system_error const& e) : BadPolicy(e.what()), error(e.code().value()) {}
+    int error;  ///< why, as errno
+};
+
 struct Policy {
     std::string name;                                     ///< where it comes from
     std::array<unsigned int, ruleNames.size()> scores{};  ///< 0: the rule is off
@@ -42,7 +49,8 @@ struct Policy {
     unsigned int scoreOf(Rule rule) const { return scores[static_cast<std::size_t>(rule)]; }
 };
 
-/// The policy in @p file or, when that is empty, the one that is built in. Throws BadPolicy.
+/// The policy in @p file or, when that is empty, the one that is built in. Throws BadPolicy, among them
+/// UnreadablePolicy.
 Policy readPolicy(std::string const& file);
 
 /// Reads a policy from its text. Throws BadPolicy.

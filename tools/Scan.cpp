@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <optional>
 
@@ -24,6 +25,7 @@
 #include "include2/UriSniffer"
 #include "tools/Arbiter.h"
 #include "tools/Commands.h"
+#include "tools/Counting.h"
 #include "tools/DomainLists.h"
 #include "tools/Examine.h"
 #include "tools/InOrder.h"
@@ -120,13 +122,19 @@ void Batch::process() {
         std::uint64_t const number;
         ~End() { order.end(number); }
     } const end{m_scan.order, m_number};
-    for (Source const& next : m_sources) {
-        if (Stop::isWanted()) break;
-        source(next);
+    try {
+        for (Source const& next : m_sources) {
+            if (Stop::isWanted()) break;
+            source(next);
+        }
+        speak();
+        std::lock_guard const guard(m_scan.lock);
+        m_scan.totals.add(m_totals);
+    } catch (...) {
+        // Sources are left out: a report that goes on as if nothing had happened would be wrong.
+        m_scan.order.failed(std::current_exception());
+        Stop::now();
     }
-    speak();
-    std::lock_guard const guard(m_scan.lock);
-    m_scan.totals.add(m_totals);
 }
 
 void Batch::source(Source const& source) {
@@ -190,7 +198,12 @@ std::unique_ptr<Mime::Reader> Batch::openPipe(int descriptor) {
         kept.write(block.data(), static_cast<unsigned int>(count));
     }
     kept.end();
-    if (!kept.fileMedia().isNull()) return open(kept.fileMedia().tmpfile()->name());
+    if (!kept.fileMedia().isNull()) {
+        Ref<TempFile> const file = kept.fileMedia().tmpfile();
+        Descriptor swapped{::open(file->name().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)};
+        if (!file->isMadeFile(swapped.number)) throw Unreadable{"its swap file is not there any more"};
+        return std::make_unique<Mime::Reader>(std::exchange(swapped.number, -1), m_scan.options.memory);
+    }
     Buffer const& cache = kept.cache();
     return std::make_unique<Mime::Reader>(
         std::string_view(reinterpret_cast<char const*>(cache.data()), cache.length()));
@@ -272,42 +285,17 @@ bool Scanning::take(Source source) {
 /// Hands what waits to the pool, when there is room for more.
 void Scanning::hand() {
     if (m_waiting.empty()) return;
-    std::uint64_t const number = m_scan.order.begin();
-    Ref<Task::ElementImpl> const batch(new Batch(m_scan, number, std::exchange(m_waiting, {})), false);
+    InOrder::Begun piece(m_scan.order);
+    Ref<Task::ElementImpl> const batch(new Batch(m_scan, piece.number(), std::exchange(m_waiting, {})),
+                                       false);
     batch->queueId(0);
     batch->taskId(m_taskId);
-    batch->id(static_cast<uint_t>(number));
+    batch->id(static_cast<uint_t>(piece.number()));
     Task::TaskMaster::instance()->add(batch);
+    piece.takenOver();
     m_waitingBytes = 0;
     ++m_batches;
 }
-
-/// Adds up what there is to read, beside the scan, so that progress can say how much is left.
-class Counting final : public Thread, private SourceSink {
-public:
-    Counting(SourceOptions const& options, Progress& progress) : m_options(options), m_progress(progress) {}
-    void run() override {
-        try {
-            findSources(m_options, *this);
-            if (!m_isOver) m_progress.total(m_bytes);
-        } catch (UnreadableList const&) {
-            // Whoever scans says so.
-        }
-    }
-    /// Nobody wants to know any more.
-    void giveUp() { m_isOver = true; }
-
-private:
-    bool take(Source source) override {
-        m_bytes += source.bytes;
-        return !m_isOver;
-    }
-
-    SourceOptions const& m_options;
-    Progress& m_progress;
-    std::uint64_t m_bytes = 0;
-    std::atomic<bool> m_isOver{false};
-};
 
 /// Whether standard input is one of the paths.
 bool hasInput(SourceOptions const& options) {
@@ -317,7 +305,8 @@ bool hasInput(SourceOptions const& options) {
 /// Counts as long as the object lives, if it can be counted: a pipe gives its paths and messages once.
 class Counted {
 public:
-    Counted(SourceOptions const& options, Progress& progress) : m_counting(options, progress) {
+    Counted(SourceOptions const& options, Progress& progress)
+        : m_counting([&options](SourceSink& sink) { findSources(options, sink); }, progress) {
         struct stat status {};
         bool const listIsFile =
             options.list.empty() || (::stat(options.list.c_str(), &status) == 0 && S_ISREG(status.st_mode));
@@ -342,10 +331,10 @@ int runScan(ScanOptions const& options, SourceOptions const& sources, Arbiter co
     unsigned int const atOnce = options.jobs == 0 || options.jobs > workers ? mostUnfinished : options.jobs;
     InOrder order(atOnce, window, [&](std::string const& text) {
         progress.aside([&] {
-            output.say(text);
             try {
+                output.say(text);
                 output.flush();
-            } catch (Output::Closed const&) {
+            } catch (...) {
                 Stop::now();
                 throw;
             }
@@ -369,7 +358,7 @@ int runScan(ScanOptions const& options, SourceOptions const& sources, Arbiter co
             Stop::now();
             try {
                 order.wait();
-            } catch (Output::Closed const&) {
+            } catch (...) {
                 // What happened first counts.
             }
             throw;
@@ -400,9 +389,9 @@ int scan(ScanOptions const& options, Output& output) {
         complain("--shard: " + options.shard + " is not K/N, with K from 1 to N");
         return Failed;
     }
-    std::string const lists = useDomainLists(options.lists);
-    if (!lists.empty()) complain(lists);
-    if (!lists.empty() && !options.lists.empty()) return Failed;
+    ListsInUse const lists = useDomainLists(options.lists);
+    if (!lists.complaint.empty()) complain(lists.complaint);
+    if (!lists.good && !options.lists.empty()) return Failed;
     std::string const temporary = usableTemporary(options.temporary);
     if (temporary.empty()) {
         complain(options.temporary.empty()

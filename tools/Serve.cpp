@@ -7,13 +7,17 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <memory>
 #include <mutex>
+#include <new>
 
+#include "include2/Exception"
 #include "include2/QuillCron"
 #include "include2/QuillIPC"
+#include "include2/TopLevelDomain"
 #include "platform/quill_cfg.h"
 #include "tools/Commands.h"
 #include "tools/Daemon.h"
@@ -153,16 +157,24 @@ unsigned short freePort() {
     return bound ? ntohs(address.sin_port) : static_cast<unsigned short>(0);
 }
 
+/// Whether a file that could not be read may be readable later and still look as it does. What is not there, or is
+/// no file, looks different when that is mended.
+bool mayPass(int error) {
+    return error != ENOENT && error != ENOTDIR && error != EISDIR;
+}
+
 /// Reads policy and lists: at the start, when it is told to, and when one of their files changed.
 /// It is never destroyed, as the crontab's thread is not.
 class Loader {
 public:
     explicit Loader(ServeOptions const& options) : m_options(options) {}
 
-    /// What cannot be read is said, and what was read before goes on. @return whether all was read
+    /// What cannot be read is said, and what was read before goes on. Lists that nobody named may be missing.
+    /// @return whether the daemon can begin with that
     bool load() {
         std::lock_guard const guard(m_lock);
-        return loadNow();
+        Loaded const loaded = loadNow();
+        return loaded.policy && (loaded.lists || m_options.lists.empty());
     }
     void reload() {
         std::lock_guard const guard(m_lock);
@@ -174,33 +186,85 @@ public:
     }
 
 private:
-    bool loadNow();
+    struct Loaded {
+        bool policy;
+        bool lists;
+    };
+    Loaded loadNow();
     void reloadNow() {
-        complain(loadNow() ? "policy and lists are read again" : "what was read before goes on");
+        Loaded const loaded = loadNow();
+        complain(loaded.policy && loaded.lists ? "policy and lists are read again"
+                                               : "what was read before goes on");
     }
+    void watch();
+    bool loadPolicy();
+    bool loadLists();
+    bool done(bool (Loader::*part)());
 
     std::mutex m_lock;  // the crontab's thread and the one that waits for signals both load
     ServeOptions const m_options;
     WatchedFiles m_files;
 };
 
-bool Loader::loadNow() {
-    // First: a file that changes while it is read shall be read again.
+Loader::Loaded Loader::loadNow() {
+    try {
+        watch();  // first: a file that changes while it is read shall be read again
+    } catch (std::bad_alloc const&) {
+        m_files.forget();
+    }
+    bool const policy = done(&Loader::loadPolicy);
+    bool const lists = done(&Loader::loadLists);
+    return {policy, lists};
+}
+
+void Loader::watch() {
     std::vector<std::string> files = domainListFiles(m_options.lists);
     if (!m_options.policy.empty()) files.push_back(m_options.policy);
     m_files.watch(files);
+}
 
-    bool good = true;
+/// Does a part of the work, which nothing that goes wrong may end the daemon for. When what went wrong is not the
+/// text's fault, the next minute tries again.
+bool Loader::done(bool (Loader::*part)()) {
+    try {
+        return (this->*part)();
+    } catch (Exception const& e) {
+        m_files.forget();
+        complain(e.asString());
+    } catch (std::exception const& e) {
+        m_files.forget();
+        complain(e.what());
+    }
+    return false;
+}
+
+bool Loader::loadPolicy() {
     try {
         service().judge(std::make_shared<Judge const>(readPolicy(m_options.policy)));
+        return true;
+    } catch (UnreadablePolicy const& e) {
+        if (mayPass(e.error)) m_files.forget();
+        complain(e.what());
     } catch (BadPolicy const& e) {
         complain(e.what());
-        good = false;
     }
-    std::string const lists = useDomainLists(m_options.lists);
-    if (!lists.empty()) complain(lists);
-    quill_cfg_new_generation();  // from here on the library reads the lists again
-    return good && (lists.empty() || m_options.lists.empty());
+    return false;
+}
+
+bool Loader::loadLists() {
+    ListsInUse const lists = useDomainLists(m_options.lists);
+    if (!lists.complaint.empty()) complain(lists.complaint);
+    if (!lists.good) {
+        if (mayPass(lists.error)) m_files.forget();
+        return false;
+    }
+    // From here on the library reads the lists again. It does so when it needs them, which may be after they went
+    // away: so they are needed now.
+    quill_cfg_new_generation();
+    DomainNameCountryCodeContainer::instance();
+    DomainNameGenericCodeContainer::instance();
+    DomainNameInternationalDomainNameCodeContainer::instance();
+    return true;
 }
 
 }  // namespace
@@ -233,7 +297,12 @@ int serve(ServeOptions const& options, Output& output) {
     output.flush();
     for (int number = 0; ::sigwait(&signals, &number) == 0 && number == SIGHUP;) loader->reload();
     service().turn().lock();  // for good: what was begun is answered, and nothing else begins
-    output.line("served " + counted(service().messages, "message", "messages"));
+    try {
+        output.line("served " + counted(service().messages, "message", "messages"));
+        output.flush();
+    } catch (Output::Closed const&) {
+        // Whoever read the first line need not stay until the last.
+    }
     return Fine;
 }
 

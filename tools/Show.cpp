@@ -1,10 +1,8 @@
 // quillmark address, uri, links, host, ip: how one value parses.
 
 #include <arpa/inet.h>
-#include <unistd.h>
 
 #include <array>
-#include <cerrno>
 
 #include "include2/Exception"
 #include "include2/HostName"
@@ -17,6 +15,7 @@
 #include "tools/DomainLists.h"
 #include "tools/Examine.h"
 #include "tools/Facts.h"
+#include "tools/Input.h"
 #include "tools/Json.h"
 #include "tools/Report.h"
 
@@ -27,14 +26,7 @@ namespace {
 /// The value to look at: the text itself or, for "-", standard input without its last line end.
 std::string valueOf(ShowOptions const& options) {
     if (options.text != "-") return options.text;
-    std::string text;
-    std::array<char, 65536> block{};
-    for (;;) {
-        ssize_t const count = ::read(STDIN_FILENO, block.data(), block.size());
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) break;
-        text.append(block.data(), static_cast<std::size_t>(count));
-    }
+    std::string text = standardInput();
     if (text.ends_with('\n')) text.pop_back();
     return text;
 }
@@ -72,9 +64,9 @@ int show(ShowOptions const& options, Output& output, Facts const& facts, bool go
 
 /// Makes the lists known. A value that is looked at without them is split worse, but not wrongly.
 bool ready(ShowOptions const& options) {
-    std::string const missing = useDomainLists(options.lists);
-    if (!missing.empty()) complain(missing);
-    return missing.empty() || options.lists.empty();
+    ListsInUse const lists = useDomainLists(options.lists);
+    if (!lists.complaint.empty()) complain(lists.complaint);
+    return lists.good || options.lists.empty();
 }
 
 void addAddress(Sheet& sheet, Address const& address) {

@@ -1,5 +1,6 @@
 #include "tools/Sources.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,10 +11,10 @@
 #include <charconv>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <utility>
 
-#include "include2/File"
 #include "include2/Md5"
 #include "tools/Names.h"
 #include "tools/Stop.h"
@@ -40,6 +41,12 @@ bool isMaildir(std::string const& directory) {
     return isDirectory(joined(directory, "cur")) && isDirectory(joined(directory, "new"));
 }
 
+/// Whether the system neither shows what is there nor says that nothing is.
+bool isConcealed(std::string const& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) != 0 && errno != ENOENT && errno != ENOTDIR;
+}
+
 bool isHidden(std::string_view name) {
     return name.starts_with('.');
 }
@@ -50,14 +57,8 @@ bool hasMailName(std::string name) {
     return name.ends_with(".eml") || name.ends_with(".mbox");
 }
 
-/// Whether the file begins with an mbox's "From " or with the name of a header field and a colon.
-bool beginsLikeMail(std::string const& file) {
-    int const descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) return false;
-    std::array<char, 80> start{};
-    ssize_t const count = ::read(descriptor, start.data(), start.size());
-    ::close(descriptor);
-    std::string_view const text(start.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+/// Whether the text begins with an mbox's "From " or with the name of a header field and a colon.
+bool isStartOfMail(std::string_view text) {
     if (text.starts_with("From ")) return true;
     std::size_t length = 0;
     while (length < text.size() && text[length] > 0x20 && text[length] < 0x7f && text[length] != ':')
@@ -67,25 +68,42 @@ bool beginsLikeMail(std::string const& file) {
     return std::string_view(" \t\r\n").find(text[length + 1]) != std::string_view::npos;
 }
 
-/// Hands on the names in one directory as the library's walker finds them.
-class Listing final : public File::Processor {
-public:
-    using Take = std::function<void(std::string const& name)>;
-    explicit Listing(Take take) : m_take(std::move(take)) {}
+/// Whether the file begins as mail does; nothing, with errno, when it cannot be read.
+std::optional<bool> beginsLikeMail(std::string const& file) {
+    int const descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) return std::nullopt;
+    std::array<char, 80> start{};
+    ssize_t count = 0;
+    do {
+        count = ::read(descriptor, start.data(), start.size());
+    } while (count < 0 && errno == EINTR);
+    int const error = errno;
+    ::close(descriptor);
+    errno = error;
+    if (count < 0) return std::nullopt;
+    return isStartOfMail({start.data(), static_cast<std::size_t>(count)});
+}
 
-    void read(std::string const& directory) {
-        File::Selector selector(File::Path(directory), *this);
-        selector.checkFileType(false);  // everything, and nothing is entered
-        selector.start();
-    }
-    int process(File::Path const& path) override {
-        m_take(path.name());
-        return Stop::isWanted() ? 1 : 0;
-    }
-
-private:
-    Take const m_take;
+struct CloseDirectory {
+    void operator()(DIR* directory) const { ::closedir(directory); }
 };
+
+/// Hands on the names in one directory, as the system has them, for as long as the command goes on.
+/// The library's walker takes a directory that cannot be read, or not to its end, for one that ends there. People
+/// want to know.
+/// @return 0, or what stood in the way, as errno
+int forEachName(std::string const& directory, std::function<void(std::string const& name)> const& take) {
+    std::unique_ptr<DIR, CloseDirectory> const opened(::opendir(directory.c_str()));
+    if (!opened) return errno;
+    while (!Stop::isWanted()) {
+        errno = 0;
+        dirent const* const entry = ::readdir(opened.get());
+        if (entry == nullptr) return errno;
+        std::string const name = entry->d_name;
+        if (name != "." && name != "..") take(name);
+    }
+    return 0;
+}
 
 class Finder {
 public:
@@ -103,7 +121,7 @@ private:
     };
 
     Names names() const { return Names(m_options.swapTemplate); }
-    bool canList(std::string const& directory);
+    void standardInput();
     void directory(std::string const& top);
     std::optional<Level> enter(std::string const& directory);
     void maildirPart(std::string const& directory);
@@ -114,31 +132,37 @@ private:
     void failed(std::string const& path, int error) {
         if (m_options.shard.holds(path)) hand(path, 0, std::strerror(error));
     }
+    void failedUnlessGone(std::string const& path, int error);
 
     SourceOptions const& m_options;
     SourceSink& m_sink;
     bool m_wanted = true;
+    bool m_inputIsTaken = false;  // standard input
     std::size_t m_skipped = 0;
 };
 
 void Finder::named(std::string const& path) {
     struct stat status {};
-    if (path == "-") return m_options.shard.holds(path) ? hand(path, 0) : void();
+    if (path == "-") return standardInput();
     if (path.find('\0') != std::string::npos) return failed(path, EINVAL);
     if (::stat(path.c_str(), &status) != 0) return failed(path, errno);
     if (S_ISDIR(status.st_mode)) return directory(path);
     if (m_options.shard.holds(path)) hand(path, static_cast<std::uint64_t>(status.st_size));
 }
 
-/// The library's walker takes a directory that cannot be read for an empty one. People want to know.
-bool Finder::canList(std::string const& directory) {
-    int const descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) {
-        failed(directory, errno);
-        return false;
-    }
-    ::close(descriptor);
-    return true;
+/// It can be read once: two readers would share the bytes of one message, or of the list.
+void Finder::standardInput() {
+    if (!m_options.shard.holds("-")) return;
+    char const* const readBy = m_options.list == "-" ? "is the list of paths" : "has been named before";
+    bool const isFree = m_options.list != "-" && !std::exchange(m_inputIsTaken, true);
+    hand("-", 0, isFree ? "" : readBy);
+}
+
+/// What was in a directory, and is not there any more, was never asked for. A link to nothing is still there.
+void Finder::failedUnlessGone(std::string const& path, int error) {
+    struct stat status {};
+    if (error == ENOENT && ::lstat(path.c_str(), &status) != 0 && errno == ENOENT) return;
+    failed(path, error);
 }
 
 void Finder::directory(std::string const& top) {
@@ -158,41 +182,45 @@ std::optional<Finder::Level> Finder::enter(std::string const& directory) {
     bool const maildir = isMaildir(directory);
     if (maildir)
         for (char const* part : {"cur", "new"}) maildirPart(joined(directory, part));
-    if (!canList(directory)) return std::nullopt;
     Names files = names();
     Level level{directory, names()};
-    Listing([&](std::string const& name) {
+    int const error = forEachName(directory, [&](std::string const& name) {
         // A Maildir's own three directories are read already, its folders begin with a dot.
         if (maildir && (name == "cur" || name == "new" || name == "tmp")) return;
         if (isHidden(name) && !maildir) return;
         std::string const path = joined(directory, name);
         struct stat status {};
-        if (::lstat(path.c_str(), &status) != 0) return;  // gone by now
-        if (S_ISDIR(status.st_mode)) {
-            if (!isHidden(name) || isMaildir(path)) level.below.add(name);
+        if (::lstat(path.c_str(), &status) != 0) {
+            if (errno != ENOENT) files.add(name);  // why it cannot be looked at is said in its place
+        } else if (S_ISDIR(status.st_mode)) {
+            if (!isHidden(name) || isMaildir(path) || isConcealed(joined(path, "cur"))) level.below.add(name);
         } else if (!maildir && (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode))) {
             files.add(name);
         }
-    }).read(directory);
+    });
+    if (error != 0) failed(directory, error);
     for (std::string name; !isDone() && files.next(name);) found(joined(directory, name), false);
     if (level.below.empty()) return std::nullopt;
     return level;
 }
 
 void Finder::maildirPart(std::string const& directory) {
-    if (!canList(directory)) return;
     Names files = names();
-    Listing([&](std::string const& name) {
+    int const error = forEachName(directory, [&](std::string const& name) {
         if (!isHidden(name)) files.add(name);
-    }).read(directory);
+    });
+    if (error != 0) failed(directory, error);
     for (std::string name; !isDone() && files.next(name);) found(joined(directory, name), true);
 }
 
 void Finder::found(std::string const& path, bool anyRegularFile) {
     if (!m_options.shard.holds(path)) return;
     struct stat status {};
-    if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
-    if (anyRegularFile || hasMailName(path) || beginsLikeMail(path))
+    if (::stat(path.c_str(), &status) != 0) return failedUnlessGone(path, errno);
+    if (!S_ISREG(status.st_mode)) return;
+    std::optional<bool> const isMail = anyRegularFile || hasMailName(path) ? true : beginsLikeMail(path);
+    if (!isMail) return failedUnlessGone(path, errno);
+    if (*isMail)
         hand(path, static_cast<std::uint64_t>(status.st_size));
     else
         ++m_skipped;

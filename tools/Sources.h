@@ -61,6 +61,9 @@ struct UnreadableList {
 /// Maildir. Names that begin with a dot are passed over, except for the folders of a Maildir. Links to
 /// directories are not followed.
 ///
+/// What cannot be looked at, or not far enough to tell whether it is mail, is handed on with its error. Only what
+/// vanishes from a directory while that is read is left out.
+///
 /// @return how many files below directories were passed over, since they do not look like mail. Throws
 ///   UnreadableList.
 std::size_t findSources(SourceOptions const& options, SourceSink& sink);

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <new>
 
 namespace QuillmarkTool {
 namespace {
@@ -38,11 +39,37 @@ Character characterAt(std::string_view text, std::size_t at) {
     return {code, size, true};
 }
 
-/// Characters that a reader does not see, or that turn the writing around.
+struct Range {
+    char32_t first;
+    char32_t last;
+};
+
+// Characters that a reader does not see, or that turn the writing around: Unicode's property
+// Default_Ignorable_Code_Point, with the separators of lines and paragraphs (2028, 2029) and the marks of
+// interlinear annotations (FFF9 to FFFB), which it leaves out.
+constexpr std::array<Range, 17> hidden{{
+    {0xad, 0xad},        // soft hyphen
+    {0x34f, 0x34f},      // combining grapheme joiner
+    {0x61c, 0x61c},      // Arabic letter mark
+    {0x115f, 0x1160},    // Hangul fillers
+    {0x17b4, 0x17b5},    // Khmer inherent vowels
+    {0x180b, 0x180f},    // Mongolian variation selectors and vowel separator
+    {0x200b, 0x200f},    // zero width, left-to-right and right-to-left marks
+    {0x2028, 0x202e},    // separators, embeddings and overrides
+    {0x2060, 0x206f},    // word joiner, invisible operators, isolates, deprecated format characters
+    {0x3164, 0x3164},    // Hangul filler
+    {0xfe00, 0xfe0f},    // variation selectors
+    {0xfeff, 0xfeff},    // byte order mark
+    {0xffa0, 0xffa0},    // halfwidth Hangul filler
+    {0xfff0, 0xfffb},    // not assigned, and annotations
+    {0x1bca0, 0x1bca3},  // shorthand format controls
+    {0x1d173, 0x1d17a},  // musical format controls
+    {0xe0000, 0xe0fff},  // tags, variation selectors, and what is left for others
+}};
+
 bool isHidden(char32_t code) {
-    return code == 0xad || code == 0x61c || code == 0x180e || (code >= 0x200b && code <= 0x200f) ||
-           (code >= 0x2028 && code <= 0x202e) || (code >= 0x2060 && code <= 0x206f) || code == 0xfeff ||
-           (code >= 0xfff9 && code <= 0xfffb) || (code >= 0xe0000 && code <= 0xe007f);
+    return std::any_of(hidden.begin(), hidden.end(),
+                       [code](Range const& range) { return code >= range.first && code <= range.last; });
 }
 
 std::string formatted(char const* format, unsigned int value) {
@@ -157,7 +184,11 @@ void sayError(std::string_view text) {
 }
 
 void complain(std::string_view text) {
-    sayError("quillmark: " + harmless(text) + "\n");
+    try {
+        sayError("quillmark: " + harmless(text) + "\n");
+    } catch (std::bad_alloc const&) {
+        sayError("quillmark: out of memory\n");
+    }
 }
 
 }  // namespace QuillmarkTool

@@ -71,7 +71,7 @@ private:
 /// The text on standard error, as it is.
 void sayError(std::string_view text);
 
-/// "quillmark: text" on standard error.
+/// "quillmark: text" on standard error. Where no memory is left for that it says so, and throws nothing.
 void complain(std::string_view text);
 
 }  // namespace QuillmarkTool

@@ -12,11 +12,14 @@ namespace QuillmarkTool {
 using namespace Quillmark;
 
 void WatchedFiles::watch(std::vector<std::string> const& paths) {
-    m_looks.clear();
-    for (std::string const& path : paths) m_looks[path] = lookAt(path);
+    std::map<std::string, Look> looks;
+    for (std::string const& path : paths) looks[path] = lookAt(path);
+    m_looks = std::move(looks);
+    m_forgotten = false;
 }
 
 bool WatchedFiles::changed() const {
+    if (m_forgotten) return true;
     for (auto const& [path, look] : m_looks)
         if (lookAt(path) != look) return true;
     return false;

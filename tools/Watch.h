@@ -17,6 +17,8 @@ class WatchedFiles {
 public:
     /// From now on these files are watched, as they are at this moment.
     void watch(std::vector<std::string> const& paths);
+    /// Takes every file for a changed one until watch() is called again: it was not read as it is.
+    void forget() noexcept { m_forgotten = true; }
     /// Whether a file is not what it was when watch() was called.
     bool changed() const;
 
@@ -32,6 +34,7 @@ private:
     static Look lookAt(std::string const& path);
 
     std::map<std::string, Look> m_looks;
+    bool m_forgotten = false;
 };
 
 /// A job of the crontab that does something every minute.

@@ -152,6 +152,20 @@ TEST(LinesCommands, RefuseToWriteOverTheirInput) {
     EXPECT_NE(::access(place.file("made").c_str(), F_OK), 0);
 }
 
+TEST(LinesCommands, RefuseAnEmptyName) {
+    TemporaryDirectory const place;
+    std::string const from = place.write("from", "one\r\n");
+    for (char const* command : {"dos2unix", "unix2dos"}) {
+        Ran const noPlace = quillmark({command, from, ""});
+        EXPECT_EQ(noPlace.status, 2) << command;
+        EXPECT_EQ(noPlace.err, "quillmark: TO: an empty name names no file\n");
+        Ran const noSource = quillmark({command, "", place.file("made")});
+        EXPECT_EQ(noSource.status, 2) << command;
+        EXPECT_EQ(noSource.err, "quillmark: FROM: an empty name names no file\n");
+    }
+    EXPECT_NE(::access(place.file("made").c_str(), F_OK), 0);
+}
+
 TEST(ProcessesCommand, ShowsProcessesWithTheirNames) {
     std::string const own = std::to_string(::getpid());
     std::string const width(7 - std::min<std::size_t>(7, own.size()), ' ');

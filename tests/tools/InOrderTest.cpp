@@ -1,6 +1,7 @@
 #include "tools/InOrder.h"
 
 #include <atomic>
+#include <exception>
 #include <stdexcept>
 #include <thread>
 
@@ -115,6 +116,46 @@ TEST(InOrder, StopsWritingWhenThatFails) {
     for (std::uint64_t piece : {0U, 1U, 2U}) order.end(piece);
     EXPECT_THROW(order.wait(), std::runtime_error);
     EXPECT_EQ(writes, 1);
+}
+
+TEST(InOrder, WritesTheOthersAndSaysAtTheEndWhyPartOfAPieceIsLost) {
+    Written written;
+    InOrder order(10, 10, written.writer());
+    for (int i = 0; i < 3; ++i) order.begin();
+    order.say(1, "b");
+    order.failed(std::make_exception_ptr(std::runtime_error("no memory")));
+    order.failed(std::make_exception_ptr(std::runtime_error("no memory again")));
+    order.say(2, "c");
+    order.say(0, "a");
+    for (std::uint64_t piece : {0U, 1U, 2U}) order.end(piece);
+    EXPECT_EQ(written.text, "a|b|c|");
+    try {
+        order.wait();
+        ADD_FAILURE() << "nothing was said";
+    } catch (std::runtime_error const& e) {
+        EXPECT_STREQ(e.what(), "no memory");
+    }
+}
+
+TEST(InOrder, EndsAPieceThatNobodyTookOver) {
+    Written written;
+    InOrder order(1, 10, written.writer());
+    try {
+        InOrder::Begun const piece(order);
+        EXPECT_EQ(piece.number(), 0U);
+        throw std::runtime_error("no memory");
+    } catch (std::runtime_error const&) {
+        order.wait();  // for nobody
+    }
+    {
+        InOrder::Begun piece(order);
+        EXPECT_EQ(piece.number(), 1U);
+        piece.takenOver();
+    }
+    order.say(1, "b");
+    order.end(1);
+    order.wait();
+    EXPECT_EQ(written.text, "b|");
 }
 
 TEST(InOrder, KeepsTheOrderOfManyWorkers) {

@@ -175,6 +175,22 @@ TEST(FilesFrom, StandardInputIsTheListOrAMessage) {
     EXPECT_EQ(ran.err, "quillmark: standard input cannot be a message and the list of paths at once\n");
 }
 
+// Two readers would share its bytes, and each take a part for the whole.
+TEST(FilesFrom, StandardInputIsReadByOne) {
+    TemporaryDirectory const place;
+    std::string const mail = place.write("a.eml", message("a"));
+    Ran const listed = scan({"--files-from", "-"}, {"-\n" + mail + "\n"});
+    EXPECT_EQ(listed.status, 1);
+    EXPECT_THAT(listed.out, testing::HasSubstr("standard input\n  Error      is the list of paths\n"));
+    EXPECT_THAT(listed.out, testing::HasSubstr("1 message, ")) << "the list was read to its end";
+    Ran const twice = scan({"-", "-"}, {message("one")});
+    EXPECT_EQ(twice.status, 1);
+    EXPECT_THAT(twice.out, testing::HasSubstr("standard input\n  Error      has been named before\n"));
+    EXPECT_THAT(twice.out, testing::HasSubstr("1 message, "));
+    std::string const list = place.write("list", "-\n");
+    EXPECT_EQ(scan({"--files-from", list}, {message("one")}).status, 0) << "a list in a file may name it";
+}
+
 TEST(FilesFrom, AnEmptyListIsNoInput) {
     Ran const ran = scan({"--files-from", "-"});
     EXPECT_EQ(ran.out,

@@ -1,7 +1,10 @@
 // quillmark serve, ping and ipc, run for real over loopback.
 
+#include <sys/resource.h>
+
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 
 #include "tests/tools/Daemon.h"
 
@@ -10,6 +13,15 @@ using namespace QuillmarkTest;
 namespace {
 
 char const eicar[] = "44d88612fea8a8f36de82e1278abb02f";
+
+/// The clock of the daemon stands three seconds before the full minute when it starts.
+Surroundings threeSecondsBeforeTheMinute() {
+    char const* const options = std::getenv("ASAN_OPTIONS");
+    Surroundings late;
+    late.environment = {{"LD_PRELOAD", QUILLMARK_LATE_CLOCK},
+                        {"ASAN_OPTIONS", std::string(options ? options : "") + ":verify_asan_link_order=0"}};
+    return late;
+}
 
 }  // namespace
 
@@ -31,6 +43,14 @@ TEST(ServeCommand, EndsCleanlyWhenItIsAskedTo) {
         EXPECT_EQ(daemon.run().wait(), 0);
         EXPECT_EQ(daemon.run().error(), "");
     }
+}
+
+TEST(ServeCommand, EndsCleanlyWhenNobodyReadsItsLastLine) {
+    Daemon daemon;
+    daemon.run().closeOutput();
+    daemon.run().signal(SIGTERM);
+    EXPECT_EQ(daemon.run().wait(), 0);
+    EXPECT_EQ(daemon.run().error(), "");
 }
 
 TEST(ServeCommand, LooksDigestsUp) {
@@ -134,15 +154,89 @@ TEST(ServeCommand, ReadsPolicyAndListsAgainWhenTold) {
               "score 8\naction review\nreason ip-link 8 203.0.113.9\n");
 }
 
+TEST(ServeCommand, GoesOnWithTheListsThatItReadWhenTheyAreGone) {
+    std::string const neighbours = "sender a.shops.com\nlink b.shops.com\n";
+    std::string const verdict =
+        "score 3\naction accept\nreason unrelated-sender 3 a.shops.com does not link to itself but to "
+        "b.shops.com\n";
+    for (bool const askedBefore : {true, false})
+        for (char const* gone : {"gtld", "cctld", "idntld"}) {
+            TemporaryDirectory const place;
+            std::string const policy = place.write("policy", "rule unrelated-sender 3\n");
+            std::string const rules = place.write("rules", "com\nshops.com\n");
+            ASSERT_EQ(quillmark({"lists", "--source", rules, "--out", place.file("lists")}).status, 0);
+            Daemon daemon({"--policy", policy}, place.file("lists"));
+            if (askedBefore) {
+                EXPECT_EQ(daemon.answer(52, neighbours), verdict);
+            }
+            for (char const* each : {"gtld", "cctld", "idntld"})
+                if (askedBefore || each == std::string(gone))
+                    std::filesystem::remove(place.file("lists/" + std::string(each)));
+            daemon.run().signal(SIGHUP);
+            std::string const first = askedBefore ? "gtld" : gone;
+            EXPECT_EQ(daemon.run().error(),
+                      "quillmark: cannot read the domain list " + place.file("lists/" + first));
+            EXPECT_EQ(daemon.run().error(), "quillmark: what was read before goes on");
+            EXPECT_EQ(daemon.answer(52, neighbours), verdict);
+        }
+}
+
+TEST(ServeCommand, LivesOnWhenThePolicyCannotBeReadAndReadsTheListsAgain) {
+    TemporaryDirectory const place;
+    auto const makeLists = [&](char const* rules) {
+        return quillmark({"lists", "--source", place.write("rules", rules), "--out", place.file("lists")});
+    };
+    ASSERT_EQ(makeLists("com\n").status, 0);
+    std::string const policy = place.write("policy", "rule unrelated-sender 3\n");
+    Daemon daemon({"--policy", policy}, place.file("lists"));
+    std::string const neighbours = "sender a.shops.com\nlink b.shops.com\n";
+    EXPECT_EQ(daemon.answer(52, neighbours), "score 0\naction accept\n");
+
+    std::filesystem::remove(policy);
+    std::filesystem::create_directory(policy);
+    ASSERT_EQ(makeLists("com\nshops.com\n").status, 0);
+    daemon.run().signal(SIGHUP);
+    EXPECT_EQ(daemon.run().error(), "quillmark: " + policy + ": Is a directory");
+    EXPECT_EQ(daemon.run().error(), "quillmark: what was read before goes on");
+    EXPECT_THAT(daemon.answer(52, neighbours), testing::StartsWith("score 3\n"));
+
+    std::filesystem::remove(policy);
+    std::filesystem::create_symlink("/proc/self/mem", policy);  // opens, and cannot be read
+    daemon.run().signal(SIGHUP);
+    EXPECT_EQ(daemon.run().error(), "quillmark: " + policy + ": Input/output error");
+    EXPECT_EQ(daemon.run().error(), "quillmark: what was read before goes on");
+    EXPECT_THAT(daemon.answer(52, neighbours), testing::StartsWith("score 3\n"));
+}
+
+TEST(ServeCommand, TriesAgainWithinAMinuteWhatItCouldNotReadJustThen) {
+    TemporaryDirectory const place;
+    std::string const policy = place.write("policy", "rule ip-link 7\n");
+    Daemon daemon({"--policy", policy}, testLists(), threeSecondsBeforeTheMinute());
+    place.write("policy", "rule ip-link 18\n");
+    // While it may open nothing more it can read neither policy nor lists, which stay as they are from then on.
+    int const process = daemon.run().process();
+    rlimit before{};
+    ASSERT_EQ(::prlimit(process, RLIMIT_NOFILE, nullptr, &before), 0);
+    rlimit const none{0, before.rlim_max};
+    ASSERT_EQ(::prlimit(process, RLIMIT_NOFILE, &none, nullptr), 0);
+    daemon.run().signal(SIGHUP);
+    EXPECT_EQ(daemon.run().error(), "quillmark: " + policy + ": Too many open files");
+    EXPECT_EQ(daemon.run().error(), "quillmark: cannot read the domain list " + testLists() + "/gtld");
+    EXPECT_EQ(daemon.run().error(), "quillmark: what was read before goes on");
+    ASSERT_EQ(::prlimit(process, RLIMIT_NOFILE, &before, nullptr), 0);
+    std::string line;
+    // The minute may have come while nothing could be opened.
+    while (daemon.run().error(line) && line != "quillmark: policy and lists are read again") {
+    }
+    EXPECT_EQ(line, "quillmark: policy and lists are read again");
+    EXPECT_EQ(daemon.answer(52, "link 203.0.113.9"),
+              "score 18\naction accept\nreason ip-link 18 203.0.113.9\n");
+}
+
 TEST(ServeCommand, ReadsPolicyAndListsAgainWithinAMinuteOfTheirChange) {
     TemporaryDirectory const place;
     std::string const policy = place.write("policy", "rule ip-link 7\n");
-    char const* const options = std::getenv("ASAN_OPTIONS");
-    // The clock of the daemon stands three seconds before the full minute when it starts.
-    Surroundings late;
-    late.environment = {{"LD_PRELOAD", QUILLMARK_LATE_CLOCK},
-                        {"ASAN_OPTIONS", std::string(options ? options : "") + ":verify_asan_link_order=0"}};
-    Daemon daemon({"--policy", policy}, testLists(), late);
+    Daemon daemon({"--policy", policy}, testLists(), threeSecondsBeforeTheMinute());
     place.write("policy", "rule ip-link 18\n");
     EXPECT_EQ(daemon.run().error(), "quillmark: policy and lists are read again");
     EXPECT_EQ(daemon.answer(52, "link 203.0.113.9"),
@@ -174,7 +268,10 @@ TEST(ServeCommand, RefusesAPolicyThatIsNone) {
     Ran const none = quillmark({"serve", "--port", "0", "--policy", place.file("none")});
     EXPECT_EQ(none.status, 2);
     EXPECT_THAT(none.err, testing::HasSubstr(place.file("none") + ": No such file or directory\n"));
-    EXPECT_EQ(quillmark({"serve", "--port", "0", "--policy", place.path()}).status, 2);
+    Ran const directory =
+        quillmark({"serve", "--port", "0", "--lists", testLists(), "--policy", place.path()});
+    EXPECT_EQ(directory.status, 2);
+    EXPECT_EQ(directory.err, "quillmark: " + place.path() + ": Is a directory\n");
     EXPECT_EQ(quillmark({"serve", "--port", "0", "--lists", place.path()}).status, 2);
 }
 
@@ -211,6 +308,17 @@ TEST(PingCommand, SaysWhenNobodyAnswers) {
         EXPECT_EQ(ran.err, row.reason);
         EXPECT_EQ(ran.out, "");
     }
+}
+
+TEST(IpcCommand, SaysWhenItCannotReadTheRequest) {
+    Daemon daemon;
+    TemporaryDirectory const place;
+    Surroundings directory;
+    directory.inputFrom = place.path();
+    Ran const ran = quillmark({"ipc", "send", "53", "--to", daemon.where()}, directory);
+    EXPECT_EQ(ran.status, 2);
+    EXPECT_EQ(ran.err, "quillmark: standard input: Is a directory\n");
+    EXPECT_EQ(ran.out, "");
 }
 
 TEST(IpcCommand, SaysWhenARequestIsNotAnswered) {

@@ -94,7 +94,10 @@ TEST(UriCommand, EndsWithOneForWhatIsNoUri) {
               "www.example.com|error no URI: it has no \"//\" and does not begin with \"mailto:\" -> 1");
     EXPECT_EQ(
         shown({"uri", "--json", "www.example.com"}),
-        R"({"text":"www.example.com","error":"no URI: it has no \"//\" and does not begin with \"mailto:\""} -> 1)");
+        R"({"text":"www.example.com","error":"no URI: it has no \"//\" and does not begin with \"mailto:\"",)"
+        R"("link":null,"idn":null,"scheme":null,"name":null,"host":null,"domain":null,"port":null,)"
+        R"("ip_literal":false,"private":false,"no_registered_domain":false,"user":null,"password":null,)"
+        R"("path":null,"query":null,"fragment":null,"canonical":null,"addresses":[],"headers":[]} -> 1)");
 }
 
 TEST(UriCommand, PrintsJson) {
@@ -207,6 +210,21 @@ TEST(IpCommand, PrintsJson) {
         shown({"ip", "--json", "x"}),
         R"({"text":"x","error":"Invalid address type","version":null,"address":null,"prefix_length":null,)"
         R"("reversed":null,"ipv4":null,"kinds":[]} -> 1)");
+}
+
+TEST(ShowCommands, SayWhenStandardInputCannotBeRead) {
+    TemporaryDirectory const place;
+    Surroundings directory;
+    directory.inputFrom = place.path();
+    for (char const* command : {"address", "uri", "links", "host", "ip"}) {
+        std::vector<std::string> arguments{command, "-"};
+        if (command != std::string("address") && command != std::string("ip"))
+            arguments.insert(arguments.end(), {"--lists", testLists()});
+        Ran const ran = quillmark(arguments, directory);
+        EXPECT_EQ(ran.status, 2) << command;
+        EXPECT_EQ(ran.err, "quillmark: standard input: Is a directory\n") << command;
+        EXPECT_EQ(ran.out, "") << command;
+    }
 }
 
 TEST(ShowCommands, WriteOutWhatATerminalWouldObey) {

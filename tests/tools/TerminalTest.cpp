@@ -32,6 +32,42 @@ TEST(Harmless, KeepsTextAndWritesOutTheRest) {
     for (auto const& row : rows) EXPECT_EQ(harmless(row.text), row.harmless) << QuillmarkTest::hex(row.text);
 }
 
+TEST(Harmless, WritesOutEveryCharacterThatNobodySees) {
+    struct {
+        char32_t first, last;
+    } const ranges[] = {
+        {0xad, 0xad},       {0x34f, 0x34f},     {0x61c, 0x61c},   {0x115f, 0x1160}, {0x17b4, 0x17b5},
+        {0x180b, 0x180f},   {0x200b, 0x200f},   {0x2028, 0x202e}, {0x2060, 0x206f}, {0x3164, 0x3164},
+        {0xfe00, 0xfe0f},   {0xfeff, 0xfeff},   {0xffa0, 0xffa0}, {0xfff0, 0xfffb}, {0x1bca0, 0x1bca3},
+        {0x1d173, 0x1d17a}, {0xe0000, 0xe0fff},
+    };
+    auto const utf8 = [](char32_t code) {
+        auto const byte = [](char32_t bits) { return static_cast<char>(bits); };
+        std::string text;
+        if (code < 0x800)
+            text = {byte(0xc0 | code >> 6)};
+        else if (code < 0x10000)
+            text = {byte(0xe0 | code >> 12), byte(0x80 | (code >> 6 & 0x3f))};
+        else
+            text = {byte(0xf0 | code >> 18), byte(0x80 | (code >> 12 & 0x3f)),
+                    byte(0x80 | (code >> 6 & 0x3f))};
+        return text + byte(0x80 | (code & 0x3f));
+    };
+    auto const writtenOut = [](char32_t code) {
+        char text[16];
+        std::snprintf(text, sizeof text, "\\u{%x}", static_cast<unsigned int>(code));
+        return std::string(text);
+    };
+    for (auto const& [first, last] : ranges) {
+        for (char32_t code = first; code <= last; ++code) {
+            ASSERT_EQ(harmless("a" + utf8(code) + "b"), "a" + writtenOut(code) + "b");
+            ASSERT_EQ(withoutHidden("a" + utf8(code) + "b"), "ab") << writtenOut(code);
+        }
+        for (char32_t const seen : {first - 1, last + 1})
+            EXPECT_EQ(withoutHidden(utf8(seen)), utf8(seen)) << writtenOut(seen);
+    }
+}
+
 TEST(Columns, CountWhatATerminalShows) {
     EXPECT_EQ(columnsOf("abc"), 3U);
     EXPECT_EQ(columnsOf("\xc3\xbc"), 1U);

@@ -113,7 +113,9 @@ Ran onTerminal(Terminal terminal, TemporaryDirectory const& place, std::function
 
 Ran quillmark(std::vector<std::string> const& arguments, Surroundings const& surroundings) {
     TemporaryDirectory const place;
-    int const in = opened(place.write("in", surroundings.input), O_RDONLY);
+    std::string const inPath =
+        surroundings.inputFrom.empty() ? place.write("in", surroundings.input) : surroundings.inputFrom;
+    int const in = opened(inPath, O_RDONLY);
     std::string const outPath = surroundings.output.empty() ? place.file("out") : surroundings.output;
     int const out = opened(outPath, O_WRONLY | O_CREAT);
     int const err = opened(place.file("err"), O_WRONLY | O_CREAT);

@@ -25,6 +25,7 @@ struct Surroundings {
     std::string output{};       ///< write standard output to this file instead; Ran::out stays empty
     std::string program{};      ///< run this file instead of the one that was built
     unsigned int fileSize = 0;  ///< how many bytes a file may get that the command writes; 0 for no limit
+    std::string inputFrom{};    ///< read standard input from here instead
 };
 
 /// Runs `quillmark` with @p arguments.

@@ -78,6 +78,25 @@ TEST(ScanVerdict, IsTheSameFromADaemon) {
     }
 }
 
+TEST(ScanVerdict, NamesTheFirstOffenderWhoeverJudges) {
+    Daemon daemon;
+    struct {
+        char const* links;
+        char const* reasons;
+    } const rows[] = {
+        {"http://www.example.org/ http://user@example.net/",
+         "user-in-link 40 example.net\n"
+         "unrelated-sender 20 example.com does not link to itself but to example.org\n"},
+        {"http://one.example.org/ http://203.0.113.9/ http://two.example.net/ http://203.0.113.8/",
+         "ip-link 40 203.0.113.9 and 1 more\n"
+         "unrelated-sender 20 example.com does not link to itself but to example.org\n"},
+    };
+    for (auto const& row : rows) {
+        EXPECT_EQ(reasonsOf(verdictOf(mail(row.links))), row.reasons);
+        EXPECT_EQ(reasonsOf(verdictOf(mail(row.links), {"--verdict", daemon.where()})), row.reasons);
+    }
+}
+
 TEST(ScanVerdict, SaysWhoJudged) {
     TemporaryDirectory const place;
     std::string const policy = place.write("policy", "rule ip-link 1\naction reject 1\n");
@@ -143,6 +162,10 @@ TEST(ScanVerdict, FindsTheNameOfAnAttachmentInEveryDisguise) {
         {"a character at the end that nobody sees", "Content-Disposition: a; filename*=utf-8''a.exe%E2%80%AE",
          "a.exe\xe2\x80\xae"},
         {"one within", "Content-Disposition: a; filename*=utf-8''a.e%E2%80%8Bxe", "a.e\xe2\x80\x8bxe"},
+        {"a joiner of graphemes within", "Content-Disposition: a; filename*=utf-8''a.e%CD%8Fxe",
+         "a.e\xcd\x8fxe"},
+        {"a filler of Hangul within", "Content-Disposition: a; filename*=utf-8''a.e%E3%85%A4xe",
+         "a.e\xe3\x85\xa4xe"},
         {"writing that is turned round", "Content-Disposition: a; filename*=utf-8''a%E2%80%AEtxt.exe",
          "a\xe2\x80\xaetxt.exe"},
         {"a NUL before the end", "Content-Disposition: a; filename*=utf-8''a%00.exe", "a.exe"},

@@ -54,6 +54,19 @@ TEST(WatchedFiles, ChangeWhenTheyComeAndGo) {
     EXPECT_TRUE(files.changed());
 }
 
+TEST(WatchedFiles, AreChangedOnceTheyAreForgotten) {
+    TemporaryDirectory const place;
+    std::string const path = place.write("policy", "one");
+    WatchedFiles files;
+    files.watch({path});
+    EXPECT_FALSE(files.changed());
+    files.forget();
+    EXPECT_TRUE(files.changed());
+    EXPECT_TRUE(files.changed()) << "until they are watched again";
+    files.watch({path});
+    EXPECT_FALSE(files.changed());
+}
+
 TEST(EveryMinute, IsAJobThatRunsAtEveryFullMinute) {
     int runs = 0;
     Quillmark::Cron::Job const job(new EveryMinute([&] { ++runs; }), false);
