@@ -4,10 +4,14 @@
 
 #include <iconv.h>
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace QuillmarkTool {
+
+/// Whether text in a character set, named in lower case, is as good as UTF-8 already. So it is where none is named.
+bool isUtf8(std::string const& charset);
 
 /// What there is instead of a converter for a character set that is not known: -1.
 iconv_t noConverter();
@@ -15,8 +19,8 @@ iconv_t noConverter();
 /// Converts one text, given piece by piece.
 class ToUtf8 {
 public:
-    /// @param charset  as the message names it, in lower case. Text of an unknown one, and of those that
-    ///                 are as good as UTF-8 already, passes as it is.
+    /// @param charset  as the message names it, in lower case. Text passes as it is but in those that mail
+    ///                 is written in, UTF-8 excepted.
     explicit ToUtf8(std::string const& charset);
     /// @param converter  to UTF-8, which is closed in the end. With noConverter() text passes as it is.
     explicit ToUtf8(iconv_t converter);
@@ -33,6 +37,7 @@ public:
 
 private:
     iconv_t m_converter = nullptr;  // null where text passes as it is
+    std::size_t m_unit = 1;         // bytes to go on by behind what is no character
     std::string m_rest;             // the begun character at the end of the last piece
     std::string m_out;
 };

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <list>
+#include <optional>
+#include <string_view>
 
 #include "include2/Base64Media"
 #include "include2/Buffer"
@@ -46,40 +49,144 @@ void readHeader(std::vector<Mime::Field> const& fields, MessageReport& report) {
                 report.fields.push_back({name, field.value, parseAddressList(field.value)});
 }
 
-// Text is sniffed whole up to this many bytes. What is longer goes in pieces that end with a line, so
-// that a body of any size takes this much memory and no link is torn.
+// Text is sniffed whole up to this many bytes. What is longer goes in pieces that end behind a byte that no link
+// holds, so that a body of any size takes this much memory and no link is torn. Only a link of more than half of
+// this is cut short.
 constexpr unsigned int sniffedAtOnce = 8U << 20;
+
+/// The bytes of ASCII that no link holds (RFC 3986), and "!", where the library ends them.
+constexpr std::array<bool, 256> inNoLink = [] {
+    std::array<bool, 256> bytes{};
+    for (std::size_t byte = 0; byte <= ' '; ++byte) bytes[byte] = true;
+    for (char const c : std::string_view("!\"<>\\^`{|}\x7f")) bytes[static_cast<unsigned char>(c)] = true;
+    return bytes;
+}();
+
+using Text = std::basic_string_view<unsigned char>;
+
+bool isOfCharacter(unsigned char byte) {
+    return byte >= 0x80;
+}
+bool continuesCharacter(unsigned char byte) {
+    return (byte & 0xc0U) == 0x80;
+}
+
+/// Where the last character begins of a text in UTF-8; its last byte where there is none.
+std::size_t lastCharacter(Text text) {
+    std::size_t at = text.size() - 1;
+    while (at > 0 && text.size() - at < 4 && continuesCharacter(text[at])) --at;
+    bool const isLead = text[at] >= 0xc0;
+    return isLead ? at : text.size() - 1;
+}
+
+/// The text without a character of UTF-8 at its end of which bytes are missing.
+Text withoutBegunCharacter(Text text) {
+    std::size_t const at = lastCharacter(text);
+    std::size_t const length = text[at] >= 0xf0 ? 4 : text[at] >= 0xe0 ? 3 : text[at] >= 0xc0 ? 2 : 1;
+    return text.size() - at < length ? text.substr(0, at) : text;
+}
+
+/// A text that comes in pieces, searched for links.
+class Searched {
+public:
+    Searched(UriContainer& links, bool liberal) : m_links(links), m_liberal(liberal) {}
+    void add(std::string_view piece) {
+        m_text.append(reinterpret_cast<unsigned char const*>(piece.data()),
+                      static_cast<unsigned int>(piece.size()));
+        if (m_text.length() >= sniffedAtOnce) searchBeginning();
+    }
+    void end() { search(m_text.length()); }
+
+private:
+    void searchBeginning() {
+        Text const text(m_text.data(), m_text.length());
+        for (std::size_t i = text.size(); i > 0; --i) {
+            if (!inNoLink[text[i - 1]]) continue;
+            search(i);
+            drop(i);
+            return;
+        }
+        searchUnbroken(withoutBegunCharacter(text));
+    }
+
+    // Without such a byte the text is one link at most where it is UTF-8, and else any number of them between the
+    // bytes above ASCII. So it is cut behind one of these, which stays, for the search to tell one case from the
+    // other again. What goes on behind the cut would look like a link of its own: two dots make it none, up to
+    // where it ends.
+    void searchUnbroken(Text text) {
+        auto const last = std::find_if(text.rbegin(), text.rend(), isOfCharacter);
+        auto const lastEnd = static_cast<std::size_t>(text.rend() - last);
+        if (lastEnd > sniffedAtOnce / 2) text = text.substr(0, lastEnd);
+        std::size_t const kept = isOfCharacter(text.back()) ? lastCharacter(text) : text.size();
+        static constexpr std::string_view noLink = "x..";
+        search(text.size());
+        drop(kept - noLink.size());
+        std::memcpy(m_text.data(), noLink.data(), noLink.size());
+    }
+
+    void search(std::size_t count) {
+        if (count != 0) UriSniffer::search(m_links, m_text.left(static_cast<unsigned int>(count)), m_liberal);
+    }
+    void drop(std::size_t count) { m_text.shiftLeft(static_cast<unsigned int>(count)); }
+
+    UriContainer& m_links;
+    bool const m_liberal;
+    Buffer m_text;
+};
 
 /// Collects the text of a part and looks for links in it.
 class Sniffing {
 public:
     Sniffing(UriContainer& links, std::string const& charset, bool liberal)
-        : m_links(links), m_toUtf8(charset), m_liberal(liberal) {}
-    void add(unsigned char const* bytes, unsigned int count) {
-        std::string_view const text = m_toUtf8.convert({reinterpret_cast<char const*>(bytes), count});
-        m_text.append(reinterpret_cast<unsigned char const*>(text.data()),
-                      static_cast<unsigned int>(text.size()));
-        if (m_text.length() >= sniffedAtOnce) search(lastLineEnd());
+        : m_asUsual(charset, links, liberal) {
+        if (!m_asUsual.toUtf8.converts() && !isUtf8(charset))
+            m_asSaid.emplace(Mime::converterFrom(charset), links, liberal);
     }
-    void end() { search(m_text.length()); }
+    void add(unsigned char const* bytes, unsigned int count) {
+        std::string_view const piece(reinterpret_cast<char const*>(bytes), count);
+        m_asUsual.text.add(m_asUsual.toUtf8.convert(piece));
+        if (m_asSaid) m_asSaid->text.add(m_asSaid->toUtf8.convert(piece));
+    }
+    void end() {
+        m_asUsual.text.end();
+        if (m_asSaid) m_asSaid->text.end();
+    }
 
 private:
-    unsigned int lastLineEnd() const {
-        unsigned char const* const data = m_text.data();
-        for (unsigned int i = m_text.length(); i > 0; --i)
-            if (data[i - 1] == '\n') return i;
-        return m_text.length();
-    }
-    void search(unsigned int count) {
-        if (count == 0) return;
-        UriSniffer::search(m_links, m_text.left(count), m_liberal);
-        m_text.shiftLeft(count);
-    }
+    struct Reading {
+        ToUtf8 toUtf8;
+        Searched text;
+        template <class Charset>
+        Reading(Charset const& charset, UriContainer& links, bool liberal)
+            : toUtf8(charset), text(links, liberal) {}
+    };
+    Reading m_asUsual;
+    // In a character set that few programs know. The others show the text as it is, so it is read in both ways.
+    std::optional<Reading> m_asSaid;
+};
 
-    UriContainer& m_links;
-    ToUtf8 m_toUtf8;
-    bool const m_liberal;
-    Buffer m_text;
+/// Base64 on its way to the library, which makes nothing of a character that is alone in its group.
+class Base64End {
+public:
+    void add(unsigned char const* bytes, unsigned int count) {
+        unsigned char const* const end = bytes + count;
+        if (auto const* const padding = static_cast<unsigned char const*>(::memrchr(bytes, '=', count))) {
+            bytes = padding + 1;
+            m_characters = 0;
+        }
+        // In whole blocks many bytes are counted at once.
+        constexpr int block = 64;
+        for (; end - bytes >= block; bytes += block) {
+            unsigned char some = 0;
+            for (int i = 0; i < block; ++i) some = static_cast<unsigned char>(some + (bytes[i] > ' '));
+            m_characters += some;
+        }
+        for (; bytes != end; ++bytes) m_characters += *bytes > ' ' ? 1U : 0U;
+    }
+    bool isLone() const { return m_characters % 4 == 1; }
+
+private:
+    std::uint64_t m_characters = 0;  // since the last padding
 };
 
 /// One part on its way through the library: kept encoded in memory or a swap file, decoded, hashed, sniffed.
@@ -94,14 +201,20 @@ public:
         auto const memory =
             static_cast<unsigned int>(std::min<std::uint64_t>(options.memory, message.size(leaf)));
         SwapBufferMediaOut body(memory, options.swapTemplate.c_str());
-        bool const whole =
-            message.read(leaf, [&](auto const* bytes, auto count) { body.write(bytes, count); });
+        bool const isBase64 = part.encoding == Mime::Encoding::Base64;
+        Base64End base64End;
+        bool const whole = message.read(leaf, [&](auto const* bytes, auto count) {
+            if (isBase64) base64End.add(bytes, count);
+            body.write(bytes, count);
+        });
         if (!whole) m_report.error = "the file could not be read to the end of the part";
         body.end();
         MediaIn encoded = createMediaInFromSwapBufferMediaOut(body);
-        if (part.encoding == Mime::Encoding::Base64) {
+        if (isBase64) {
             Base64MediaIn decoded(encoded);
             take(decoded, part.isText);
+            if (base64End.isLone() && m_report.error.empty())
+                m_report.error = "the Base64 breaks off within a byte";
         } else {
             take(encoded, part.isText);
         }

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <utility>
 
@@ -158,16 +159,16 @@ char const* faultText(GMimeParserWarning finding) {
     }
 }
 
+/// Each is said once, however many parts have it.
+void addFault(std::vector<std::string>& texts, char const* text) {
+    if (std::find(texts.begin(), texts.end(), text) == texts.end()) texts.emplace_back(text);
+}
+
 struct Faults {
     std::vector<std::string> texts;
 
     static void collect(gint64 /*offset*/, GMimeParserWarning finding, gchar const* /*item*/, gpointer user) {
-        auto& texts = static_cast<Faults*>(user)->texts;
-        char const* const text = faultText(finding);
-        if (text == nullptr) return;
-        for (std::string const& known : texts)
-            if (known == text) return;
-        texts.emplace_back(text);
+        if (char const* const text = faultText(finding)) addFault(static_cast<Faults*>(user)->texts, text);
     }
 };
 
@@ -207,33 +208,99 @@ std::string nameOf(GMimeHeader* header, GMimeStream* source) {
     return name;
 }
 
-/// The names that the fields of an object give it.
-std::vector<std::string> fileNamesOf(GMimeObject* object, GMimeStream* source) {
-    FileNames names;
-    GMimeHeaderList* const list = g_mime_object_get_header_list(object);
-    for (char const* const name : {"Content-Disposition", "Content-Type"}) {
+/// The fields of an object that say what its content is, each as often as it is there.
+struct ContentFields {
+    std::vector<std::string> types, encodings, dispositions;
+
+    ContentFields(GMimeObject* object, GMimeStream* source) {
+        GMimeHeaderList* const list = g_mime_object_get_header_list(object);
         for (int i = 0; i < g_mime_header_list_get_count(list); ++i) {
             GMimeHeader* const header = g_mime_header_list_get_header_at(list, i);
-            if (g_ascii_strcasecmp(g_mime_header_get_name(header), name) == 0)
-                names.read(unfolded(rawValue(header, source)));
+            if (auto* const values = named(g_mime_header_get_name(header)))
+                values->push_back(unfolded(rawValue(header, source)));
         }
     }
-    return names.all();
+
+    /// The names that they give the object.
+    std::vector<std::string> fileNames() const {
+        FileNames names;
+        for (std::string const& value : dispositions) names.read(value);
+        for (std::string const& value : types) names.read(value);
+        return names.all();
+    }
+    /// Of fields that differ one counts here, and another one elsewhere.
+    void findFaults(std::vector<std::string>& faults) const {
+        auto const differ = [](std::vector<std::string> const& values) {
+            return std::adjacent_find(values.begin(), values.end(), std::not_equal_to<>()) != values.end();
+        };
+        if (differ(types)) addFault(faults, "a part has several fields Content-Type, which differ");
+        if (differ(encodings))
+            addFault(faults, "a part has several fields Content-Transfer-Encoding, which differ");
+    }
+
+private:
+    std::vector<std::string>* named(char const* name) {
+        if (g_ascii_strcasecmp(name, "Content-Type") == 0) return &types;
+        if (g_ascii_strcasecmp(name, "Content-Transfer-Encoding") == 0) return &encodings;
+        if (g_ascii_strcasecmp(name, "Content-Disposition") == 0) return &dispositions;
+        return nullptr;
+    }
+};
+
+/// Behind the blanks and comments that a text begins with.
+std::string_view pastComments(std::string_view text) {
+    int depth = 0;
+    std::size_t at = 0;
+    for (; at < text.size() && (depth > 0 || text[at] == '(' || text[at] == ' ' || text[at] == '\t'); ++at) {
+        if (text[at] == '(') ++depth;
+        if (text[at] == ')') --depth;
+        if (text[at] == '\\') ++at;
+    }
+    return text.substr(std::min(at, text.size()));
 }
 
-Leaf describe(GMimePart* part, std::string number, GMimeStream* source) {
+/// Behind the token that a text begins with.
+std::string_view pastToken(std::string_view text) {
+    static constexpr std::string_view specials = "()<>@,;:\\\"/[]?=";
+    std::size_t length = 0;
+    while (length < text.size() && text[length] > 0x20 && text[length] < 0x7f &&
+           specials.find(text[length]) == std::string_view::npos)
+        ++length;
+    return text.substr(length);
+}
+
+/// Whether the value of a Content-Type begins with a type and a subtype.
+bool namesType(std::string_view value) {
+    value = pastComments(value);
+    std::string_view const type = value;
+    value = pastToken(type);
+    if (value.size() == type.size()) return false;
+    value = pastComments(value);
+    if (!value.starts_with('/')) return false;
+    std::string_view const subtype = pastComments(value.substr(1));
+    return pastToken(subtype).size() < subtype.size();
+}
+
+Leaf describe(GMimePart* part, std::string number, ContentFields const& fields,
+              std::vector<std::string>& faults) {
     Leaf leaf;
     leaf.number = std::move(number);
     GMimeContentType* const type = g_mime_object_get_content_type(GMIME_OBJECT(part));
     OwnedText const name(g_mime_content_type_get_mime_type(type));
     leaf.type = lower(textOf(name.get()));
+    // GMime makes application/octet-stream of what it cannot read, and programs show the text (RFC 2045, 5.2).
+    bool const isKnown = leaf.type != "application/octet-stream" && !leaf.type.starts_with('/');
+    if (!isKnown && !fields.types.empty() && !namesType(fields.types.back())) {
+        addFault(faults, "a field Content-Type is malformed");
+        leaf.type = "text/plain";
+    }
     leaf.isText = leaf.type.starts_with("text/");
     leaf.charset = lower(textOf(g_mime_content_type_get_parameter(type, "charset")));
-    leaf.fileNames = fileNamesOf(GMIME_OBJECT(part), source);
-    GMimeContentEncoding const encoding = g_mime_part_get_content_encoding(part);
-    char const* const encodingName = g_mime_content_encoding_to_string(encoding);
-    leaf.encodingName = encodingName != nullptr ? encodingName : "7bit";
-    if (encoding == GMIME_CONTENT_ENCODING_BASE64) leaf.encoding = Encoding::Base64;
+    leaf.fileNames = fields.fileNames();
+    if (!fields.encodings.empty()) leaf.encodingName = lower(fields.encodings.back());
+    if (leaf.encodingName.empty()) leaf.encodingName = "7bit";
+    if (g_mime_part_get_content_encoding(part) == GMIME_CONTENT_ENCODING_BASE64)
+        leaf.encoding = Encoding::Base64;
     return leaf;
 }
 
@@ -279,6 +346,7 @@ struct Message::State {
     std::vector<std::string> outerNames;
     std::vector<std::string> faults;
     std::int64_t offset = 0;
+    GMimePart* brokenOff = nullptr;  // the part that ends where the file could not be read on, if any
 
     void readFields(GMimeStream* source);
     void readLeaves(GMimeStream* source);
@@ -313,8 +381,10 @@ void Message::State::readLeaves(GMimeStream* source) {
         waiting.pop_back();
         GMimeObject* const object = next.object;
         if (object == nullptr) continue;
+        ContentFields const about(object, source);
+        about.findFaults(faults);
         if (!GMIME_IS_PART(object))
-            for (std::string& name : fileNamesOf(object, source)) outerNames.push_back(std::move(name));
+            for (std::string& name : about.fileNames()) outerNames.push_back(std::move(name));
         if (GMIME_IS_MULTIPART(object)) {
             GMimeMultipart* const multipart = GMIME_MULTIPART(object);
             for (int i = g_mime_multipart_get_count(multipart); i > 0; --i)
@@ -328,7 +398,7 @@ void Message::State::readLeaves(GMimeStream* source) {
             waiting.push_back({content, opens ? number : numbered(number, 1)});
         } else if (GMIME_IS_PART(object)) {
             parts.push_back(GMIME_PART(object));
-            leaves.push_back(describe(parts.back(), next.number.empty() ? "1" : next.number, source));
+            leaves.push_back(describe(parts.back(), next.number.empty() ? "1" : next.number, about, faults));
         }
     }
 }
@@ -341,7 +411,7 @@ void Message::State::takeAsText(GMimeStream* text) {
         g_mime_data_wrapper_new_with_stream(text, GMIME_CONTENT_ENCODING_DEFAULT));
     g_mime_part_set_content(whole, content.get());
     parts.push_back(whole);
-    leaves.push_back(describe(whole, "1", text));
+    leaves.push_back(describe(whole, "1", ContentFields(root.get(), text), faults));
 }
 
 Message::Message() : m_state(std::make_unique<State>()) {}
@@ -375,7 +445,8 @@ std::uint64_t Message::size(std::size_t leaf) const {
 bool Message::read(std::size_t leaf, Sink const& sink) const {
     GMimePart* const part = m_state->parts.at(leaf);
     GMimeDataWrapper* const content = g_mime_part_get_content(part);
-    if (content == nullptr) return true;  // a part without content is an empty part
+    bool const isBrokenOff = part == m_state->brokenOff;
+    if (content == nullptr) return !isBrokenOff;  // a part without content is an empty part
     GMimeContentEncoding const encoding = g_mime_data_wrapper_get_encoding(content);
     // The library encodes quoted-printable but does not decode it, and knows no uuencode: for these two
     // GMime's filters stand in. Base64 is the library's own.
@@ -400,13 +471,14 @@ bool Message::read(std::size_t leaf, Sink const& sink) const {
         }
         if (length != 0)
             sink(reinterpret_cast<unsigned char const*>(bytes), static_cast<unsigned int>(length));
-        if (count == 0) return true;
+        if (count == 0) return !isBrokenOff;
     }
 }
 
 struct Reader::State {
     Owned<GMimeStream> stream;
     std::vector<std::int64_t> hidden;  // places that the parser does not see
+    ReadFailure failure;               // what the parser took for the end
     Owned<GMimeStream> parsed;         // the same for the parser
     Owned<GMimeParser> parser;
     std::unique_ptr<GMimeParserOptions, FreeOptions> options;
@@ -427,7 +499,7 @@ struct Reader::State {
         done = count == 0;
         mbox = count == 5 && std::string_view(start.data(), 5) == "From ";
         g_mime_stream_reset(stream.get());
-        parsed.reset(newParserStream(stream.get(), mbox, hidden));
+        parsed.reset(newParserStream(stream.get(), mbox, hidden, failure));
         if (!mbox && GMIME_IS_STREAM_MEM(stream.get())) readHeader();
         parser.reset(g_mime_parser_new_with_stream(parsed.get()));
         g_mime_parser_set_format(parser.get(), mbox ? GMIME_FORMAT_MBOX : GMIME_FORMAT_MESSAGE);
@@ -437,6 +509,7 @@ struct Reader::State {
     void readHeader();
     void parse(Message::State& next);
     void addHidden(Message::State const& message);
+    void addFailure(Message::State& message);
     std::int64_t nextMarker(std::int64_t from);
     std::unique_ptr<Message::State> pastTheParser();
 };
@@ -475,6 +548,21 @@ void Reader::State::addHidden(Message::State const& message) {
     if (isInHeader) faults.texts.emplace_back("a header field names a character set of more than 16 KiB");
 }
 
+/// Adds a fault when the message seems to end where the file could not be read on. It is the last one then.
+void Reader::State::addFailure(Message::State& message) {
+    bool const isHere = done || g_mime_parser_tell(parser.get()) >= failure.offset;
+    if (failure.error == 0 || !isHere) return;
+    done = true;
+    faults.texts.emplace_back(std::string("the file cannot be read to the end of the message: ") +
+                              std::strerror(failure.error));
+    if (message.parts.empty()) return;
+    // All parts but the last one have an end.
+    GMimeDataWrapper* const wrapper = g_mime_part_get_content(message.parts.back());
+    GMimeStream const* const content = wrapper != nullptr ? g_mime_data_wrapper_get_stream(wrapper) : nullptr;
+    if (content == nullptr || content->bound_end < 0 || content->bound_end >= failure.offset)
+        message.brokenOff = message.parts.back();
+}
+
 /// Where the next line that begins with "From " begins, or -1.
 std::int64_t Reader::State::nextMarker(std::int64_t from) {
     static constexpr std::string_view marker = "\nFrom ";
@@ -483,6 +571,7 @@ std::int64_t Reader::State::nextMarker(std::int64_t from) {
     std::string text;
     for (;;) {
         ssize_t const count = g_mime_stream_read(stream.get(), block.data(), block.size());
+        if (count < 0) failure = {errno, from + static_cast<std::int64_t>(text.size())};
         if (count <= 0) return -1;
         text.append(block.data(), static_cast<std::size_t>(count));
         std::size_t const found = text.find(marker);
@@ -554,7 +643,8 @@ bool Reader::next(Message& message) {
         next->readLeaves(state.stream.get());
         state.addHidden(*next);
     }
-    next->faults = state.faults.texts;
+    state.addFailure(*next);
+    next->faults.insert(next->faults.begin(), state.faults.texts.begin(), state.faults.texts.end());
     message.m_state = std::move(next);
     return true;
 }

@@ -29,8 +29,8 @@ enum class Encoding {
 /// A part that holds content and no further parts.
 struct Leaf {
     std::string number;        ///< "1", "2.1": where it stands, as IMAP counts
-    std::string type;          ///< "text/html", lower case
-    std::string encodingName;  ///< as the message names it, "7bit" when it does not
+    std::string type;          ///< "text/html", lower case; "text/plain" where the field is malformed
+    std::string encodingName;  ///< as the message names it, lower case; "7bit" when it does not
     std::string charset;       ///< empty when not given
     bool isText = false;       ///< one of text/*
     Encoding encoding = Encoding::None;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <string_view>
@@ -32,6 +33,7 @@ struct ParserStream {
     GMimeStream parent;
     GMimeStream* bytes;
     std::vector<std::int64_t>* hidden;
+    ReadFailure* failure;
     bool isMbox;
     bool isInHeader;  // of a message of a mailbox
     bool isHiding;    // in this field
@@ -161,8 +163,10 @@ void hideFields(ParserStream& stream, char* const begin, char* const end) {
 }
 
 ssize_t read(GMimeStream* stream, char* buffer, size_t size) {
+    ReadFailure& failure = *own(stream)->failure;
     gint64 const offset = g_mime_stream_tell(own(stream)->bytes);
-    ssize_t const count = g_mime_stream_read(own(stream)->bytes, buffer, size);
+    ssize_t const count = failure.error == 0 ? g_mime_stream_read(own(stream)->bytes, buffer, size) : -1;
+    if (count < 0 && failure.error == 0) failure = {errno, offset};
     if (count > 0) hideFields(*own(stream), buffer, buffer + count);
     if (count > 0) hideLongNames(*own(stream), buffer, static_cast<std::size_t>(count), offset);
     return count;
@@ -172,6 +176,7 @@ gint64 seek(GMimeStream* stream, gint64 offset, GMimeSeekWhence whence) {
     beginField(*own(stream));
     own(stream)->last = '\n';
     own(stream)->isInHeader = false;
+    *own(stream)->failure = {};
     return g_mime_stream_seek(own(stream)->bytes, offset, whence);
 }
 
@@ -212,11 +217,13 @@ GType type() {
 
 }  // namespace
 
-GMimeStream* newParserStream(GMimeStream* source, bool isMbox, std::vector<std::int64_t>& hidden) {
+GMimeStream* newParserStream(GMimeStream* source, bool isMbox, std::vector<std::int64_t>& hidden,
+                             ReadFailure& failure) {
     auto* const stream = own(g_object_new(type(), nullptr));
     g_mime_stream_construct(&stream->parent, 0, -1);
     stream->bytes = g_mime_stream_substream(source, 0, -1);
     stream->hidden = &hidden;
+    stream->failure = &failure;
     stream->isMbox = isMbox;
     stream->isInHeader = false;
     beginField(*stream);

@@ -15,6 +15,12 @@ inline constexpr std::size_t longestCharset = 16384;
 /// What the name of a field begins with for the parser that would take the field apart as soon as it meets it.
 inline constexpr char hiddenInitial = '_';
 
+/// A read that failed, which the parser takes for the end of what it reads.
+struct ReadFailure {
+    int error = 0;            ///< errno; 0 when none failed
+    std::int64_t offset = 0;  ///< where it began
+};
+
 /// The bytes of @p source, from its beginning, for the parser, but for what that is no match for:
 ///
 /// - It keeps the names of character sets on the stack, whatever their length. What would end one of more than
@@ -24,8 +30,12 @@ inline constexpr char hiddenInitial = '_';
 ///
 /// Most such places are none of a header, and of no consequence: the streams of the contents that the parser finds are
 /// those of the source. Has a position of its own.
+///
+/// A read that fails goes to @p failure, and so do all behind it, lest the parser goes on behind a gap: until the
+/// parser is sent elsewhere.
 /// @param isMbox  lines that begin with "From " are none of a header
-/// @return to be unreferenced by the caller, before @p hidden goes
-GMimeStream* newParserStream(GMimeStream* source, bool isMbox, std::vector<std::int64_t>& hidden);
+/// @return to be unreferenced by the caller, before @p hidden and @p failure go
+GMimeStream* newParserStream(GMimeStream* source, bool isMbox, std::vector<std::int64_t>& hidden,
+                             ReadFailure& failure);
 
 }  // namespace QuillmarkTool::Mime

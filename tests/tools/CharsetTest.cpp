@@ -35,6 +35,24 @@ TEST(Charset, MarksWhatIsNoCharacter) {
               "a?b");
 }
 
+TEST(Charset, GoesOnBehindWhatIsNoCharacterWhereTheNextOneBegins) {
+    EXPECT_EQ(converted("utf-16le", {std::string("a\0\0\xd8"
+                                                 "b\0c\0",
+                                                 8)}),
+              "a?bc");
+    EXPECT_EQ(converted("utf-32be", {std::string("\0\0\0a\xff\xff\xff\xff\0\0\0b", 12)}), "a?b");
+}
+
+TEST(Charset, KnowsTheWideOnesByAnyOfTheirNames) {
+    for (char const* charset :
+         {"utf16le", "utf_16", "ucs2", "ucs-2", "iso-10646-ucs-2", "csunicode", "unicode"})
+        EXPECT_EQ(converted(charset, {std::string("h\0t\0", 4)}), "ht") << charset;
+    for (char const* charset : {"utf32le", "ucs-4le"})
+        EXPECT_EQ(converted(charset, {std::string("h\0\0\0", 4)}), "h") << charset;
+    for (char const* charset : {"utf32be", "ucs4", "iso-10646-ucs-4", "csucs4"})
+        EXPECT_EQ(converted(charset, {std::string("\0\0\0h", 4)}), "h") << charset;
+}
+
 TEST(Charset, LeavesOtherTextAsItIs) {
     for (char const* charset :
          {"", "utf-8", "us-ascii", "x-unknown", "../../etc/passwd", "utf-16//translit", "iso-2022-cn-ext"})

@@ -2,8 +2,12 @@
 
 #include "tools/ParserStream.h"
 
+#include <fcntl.h>
 #include <gmime/gmime.h>
+#include <unistd.h>
 
+#include <array>
+#include <cerrno>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -21,7 +25,8 @@ std::string shown(std::string_view text, bool isMbox, std::size_t block = 4096) 
     g_mime_init();
     GMimeStream* const source = g_mime_stream_mem_new_with_buffer(text.data(), text.size());
     std::vector<std::int64_t> hidden;
-    GMimeStream* const stream = newParserStream(source, isMbox, hidden);
+    ReadFailure failure;
+    GMimeStream* const stream = newParserStream(source, isMbox, hidden, failure);
     std::string all;
     std::vector<char> bytes(block);
     for (ssize_t count = 0; (count = g_mime_stream_read(stream, bytes.data(), bytes.size())) > 0;)
@@ -108,4 +113,29 @@ TEST(ParserStream, HidesTheSameHoweverItIsRead) {
         for (std::size_t block = 1; block <= 40; ++block)
             EXPECT_EQ(shown(text, isMbox, block), expected) << block;
     }
+}
+
+TEST(ParserStream, SaysWhereAReadFailedAndReadsNothingBehind) {
+    g_mime_init();
+    int const descriptor = ::open("/", O_RDONLY | O_CLOEXEC);  // no directory can be read so
+    GMimeStream* const source = g_mime_stream_fs_new(descriptor);
+    std::vector<std::int64_t> hidden;
+    ReadFailure failure;
+    GMimeStream* const stream = newParserStream(source, false, hidden, failure);
+    std::array<char, 8> bytes{};
+    ASSERT_EQ(g_mime_stream_seek(stream, 3, GMIME_STREAM_SEEK_SET), 3);
+    EXPECT_EQ(failure.error, 0);
+    EXPECT_EQ(g_mime_stream_read(stream, bytes.data(), bytes.size()), -1);
+    EXPECT_EQ(failure.error, EISDIR);
+    EXPECT_EQ(failure.offset, 3);
+    // From now on the descriptor can be read.
+    int const zeros = ::open("/dev/zero", O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(::dup2(zeros, descriptor), descriptor);
+    ::close(zeros);
+    EXPECT_EQ(g_mime_stream_read(stream, bytes.data(), bytes.size()), -1);
+    g_mime_stream_seek(stream, 0, GMIME_STREAM_SEEK_SET);
+    EXPECT_EQ(failure.error, 0);
+    EXPECT_EQ(g_mime_stream_read(stream, bytes.data(), bytes.size()), 8);
+    g_object_unref(stream);
+    g_object_unref(source);
 }
