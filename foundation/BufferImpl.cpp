@@ -677,10 +677,14 @@ LineBuffer::LineBuffer() : Buffer(nothing, 0, true) {}
 LineBuffer::LineBuffer(Buffer const& other) noexcept : Buffer(other) {}
 
 LineBuffer& LineBuffer::operator=(Buffer const& other) {
-    if (this == &other) return protect(), *this;
-    Buffer own(other);
-    own.protect();
-    return Buffer::operator=(own), *this;
+    if (this == &other) {
+        protect();
+    } else {  // by way of a copy: what has no memory changes nothing
+        Buffer own(other);
+        own.protect();
+        Buffer::operator=(own);
+    }
+    return *this;
 }
 
 LineBuffer::~LineBuffer() = default;
