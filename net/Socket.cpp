@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <string_view>
 
+#include "foundation/Descriptor.h"
 #include "foundation/Fail.h"
 #include "include2/Time"
 
@@ -203,16 +204,16 @@ void SocketImpl::accept(SocketImpl& connection, bool blocked) {
     int error = EAGAIN;
     // It is tried first; with a blocking socket it waits itself. The system looks for a free descriptor before
     // it looks for a connection: to be out of them is a failure only once somebody has connected.
-    for (bool waited = false;; waited = true) {
+    for (bool isThere = false;;) {
         do {
             socklen_t length = sizeof record;
             descriptor = ::accept4(open(), peer, &length, flags);
             error = errno;
         } while (descriptor == -1 && error == EINTR);
         if (descriptor != -1 || m_timeout == 0) break;
-        bool const isEarly = !waited && (error == EMFILE || error == ENFILE);
+        bool const isEarly = !isThere && (error == EMFILE || error == ENFILE);
         if (!isEarly && !wouldBlock(error) && error != ECONNABORTED) break;
-        readable();  // whatever it says: accept knows best
+        isThere = readable();  // else accept is asked all the same: it knows best
     }
     if (descriptor == -1) failSystem(error);
     connection.adopt(descriptor, blocked);
@@ -249,8 +250,9 @@ ssize_t SocketImpl::send(unsigned char const* bytes, unsigned int count) {
 template <class Wait>
 ssize_t SocketImpl::receiveOnce(unsigned char* bytes, unsigned int count, int flags, Wait wait) {
     constexpr int mostWaits = 2;
-    int waits = count == 0 ? 1 : 0;
-    bool ready = count != 0 || wait();  // no bytes are received without a wait
+    bool const waitsFirst = count == 0 || m_hasLowWater;  // no bytes are received without a wait
+    int waits = waitsFirst ? 1 : 0;
+    bool ready = !waitsFirst || wait();
     while (ready) {
         ssize_t const result = ::recv(open(), bytes, count, flags);
         if (result >= 0) return result;
@@ -317,6 +319,7 @@ void SocketImpl::close() noexcept {
 
 void SocketImpl::drop() noexcept {
     KeepErrno const keep;
+    Uncancelled const whole;
     if (m_open) ::close(m_descriptor);
     m_open = false;
     m_descriptor = 0;
@@ -333,6 +336,8 @@ void SocketImpl::timeout(int seconds) noexcept {
 
 void SocketImpl::setOption(int option, void const* value, unsigned int length, int level) {
     checked(::setsockopt(open(), level, option, value, length));
+    // From now on there may be bytes that do not count yet; recv would give them.
+    if (level == SOL_SOCKET && option == SO_RCVLOWAT) m_hasLowWater = true;
 }
 
 unsigned int SocketImpl::getOption(int option, void* value, unsigned int length, int level) const {

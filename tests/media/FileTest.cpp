@@ -14,6 +14,7 @@
 #include "include2/FileMedia"
 #include "tests/media/Trees.h"
 #include "tests/support/Support.h"
+#include "tests/support/Threads.h"
 
 using namespace Quillmark;
 using namespace QuillmarkTest;
@@ -39,31 +40,6 @@ private:
 };
 
 std::string const withNul("x\0y", 3);
-
-/// Runs @p action on a thread that is cancelled at the first place where it can be.
-/// @return whether that was within the action
-bool isCancelledIn(std::function<void()> const& action) {
-    struct Run {
-        std::function<void()> const& action;
-        bool ended = false;
-    } run{action};
-    pthread_t thread{};
-    ::pthread_create(
-        &thread, nullptr,
-        [](void* argument) -> void* {
-            auto& here = *static_cast<Run*>(argument);
-            ::pthread_cancel(::pthread_self());
-            here.action();
-            here.ended = true;
-            ::pthread_testcancel();
-            return nullptr;
-        },
-        &run);
-    void* result = nullptr;
-    ::pthread_join(thread, &result);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
-    return !run.ended;
-}
 
 }  // namespace
 

@@ -23,10 +23,12 @@
 
 #include "tests/net/SystemCalls.h"
 #include "tests/support/Support.h"
+#include "tests/support/Threads.h"
 
 using namespace Quillmark;
 using namespace std::chrono_literals;
 using QuillmarkTest::failureOf;
+using QuillmarkTest::isCancelledIn;
 using QuillmarkTest::openDescriptors;
 using QuillmarkTest::Prepared;
 using QuillmarkTest::slotOf;
@@ -446,22 +448,54 @@ TEST(Socket, AcceptGoesOnAfterWhatPasses) {
     }
 }
 
+namespace {
+
+/// As long as it lives, there is no free descriptor.
+class NoDescriptors {
+public:
+    NoDescriptors() {
+        int const next = ::dup(0);
+        ::close(next);
+        ::getrlimit(RLIMIT_NOFILE, &m_before);
+        rlimit const none{static_cast<rlim_t>(next), m_before.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &m_before); }
+    NoDescriptors(NoDescriptors const&) = delete;
+    NoDescriptors& operator=(NoDescriptors const&) = delete;
+
+private:
+    rlimit m_before{};
+};
+
+}  // namespace
+
 TEST(Socket, AcceptOutOfDescriptorsFailsAtOnce) {
     Socket listener = stream();
     listener.bind(loopback(), true);
     listener.listen(1);
     Socket client = stream();
     client.connect(listener.localAddr());
-    int const next = ::dup(0);
-    ::close(next);
-    rlimit before{};
-    ::getrlimit(RLIMIT_NOFILE, &before);
-    rlimit const none{static_cast<rlim_t>(next), before.rlim_max};
-    ::setrlimit(RLIMIT_NOFILE, &none);
-    int const error = numberOf([&] { listener.accept(); });
-    ::setrlimit(RLIMIT_NOFILE, &before);
-    EXPECT_EQ(error, EMFILE);
+    {
+        NoDescriptors const full;
+        EXPECT_EQ(numberOf([&] { listener.accept(); }), EMFILE);
+    }
     EXPECT_FALSE(listener.accept().isNull());  // the connection was not lost
+}
+
+TEST(Socket, AcceptOutOfDescriptorsWaitsOnWhenNobodyConnectsInTime) {
+    Socket listener = stream();
+    listener.bind(loopback(), true);
+    listener.listen(1);
+    listener.timeout(30);
+    Socket client = stream();
+    client.connect(listener.localAddr());
+    Prepared const nobodyTwice("poll", 0, 0, 2);
+    {
+        NoDescriptors const full;
+        EXPECT_EQ(numberOf([&] { listener.accept(); }), EMFILE);
+    }
+    EXPECT_EQ(nobodyTwice.left(), 0);
 }
 
 // The system says so before anybody has connected. A daemon that goes on after a failed accept would spin.
@@ -485,6 +519,30 @@ TEST(Socket, AcceptOutOfDescriptorsWaitsForAConnectionFirst) {
     Prepared const twice("accept4", -1, EMFILE, 2);
     EXPECT_EQ(numberOf([&] { listener.accept(); }), EMFILE) << "without waiting";
     EXPECT_EQ(twice.left(), 1);
+}
+
+TEST(Socket, IsClosedByAThreadThatIsCancelled) {
+    std::size_t const before = openDescriptors();
+    Socket socket = stream();
+    EXPECT_FALSE(isCancelledIn([&] { socket.close(); }));
+    socket = stream();
+    EXPECT_FALSE(isCancelledIn([&] { socket = Socket(); }));
+    EXPECT_FALSE(isCancelledIn([] { Socket const here = stream(); }));
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(Socket, ReceivesNoBytesThatAreFewerThanTheSystemWasToldToWaitFor) {
+    Pair pair;
+    pair.server.timeout(0);
+    int const lowWater = 10;
+    pair.server.setOption(SO_RCVLOWAT, &lowWater, sizeof lowWater, SOL_SOCKET);
+    pair.client << "abc";
+    errno = 0;
+    EXPECT_EQ(received(pair.server), "timed out");
+    EXPECT_EQ(errno, EAGAIN);
+    pair.client << "defghijkl";
+    pair.server.timeout(30);
+    EXPECT_EQ(received(pair.server), "abcdefghijkl");
 }
 
 TEST(Socket, AcceptThatFailsLeavesNoDescriptor) {

@@ -1,6 +1,8 @@
 #pragma once
 // What tests ask other threads.
 
+#include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -81,6 +83,31 @@ inline std::vector<std::string> fromFourThreads(std::function<std::string()> con
         });
     for (std::thread& thread : threads) thread.join();
     return answers;
+}
+
+/// Runs @p action on a thread that is cancelled at the first place where it can be.
+/// @return whether that was within the action
+inline bool isCancelledIn(std::function<void()> const& action) {
+    struct Run {
+        std::function<void()> const& action;
+        bool ended = false;
+    } run{action};
+    pthread_t thread{};
+    ::pthread_create(
+        &thread, nullptr,
+        [](void* argument) -> void* {
+            auto& here = *static_cast<Run*>(argument);
+            ::pthread_cancel(::pthread_self());
+            here.action();
+            here.ended = true;
+            ::pthread_testcancel();
+            return nullptr;
+        },
+        &run);
+    void* result = nullptr;
+    ::pthread_join(thread, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    return !run.ended;
 }
 
 }  // namespace QuillmarkTest
