@@ -13,6 +13,7 @@
 #include "foundation/AddressText.h"
 #include "foundation/ByteSet.h"
 #include "foundation/Fail.h"
+#include "foundation/NeverDestroyed.h"
 #include "include2/IPAddressMask"
 
 namespace Quillmark {
@@ -106,8 +107,9 @@ in_addr lastFour(Bytes bytes) {
 
 }  // namespace
 
-// Constructed before any code runs: an address may be printed while statics are being made.
-constinit Mutex IPAddressImpl::s_lock;
+// An address may be printed while statics are being made, and by threads that outlive them.
+static constinit NeverDestroyed<Mutex> textLock;
+constinit Mutex& IPAddressImpl::s_lock = textLock.object;
 
 IPAddressImpl::IPAddressImpl(std::string const& text) {
     if (hasEmbeddedNul(text) || quill_string_to_ip(text.c_str(), &m_address) != 1) failType();
@@ -133,12 +135,12 @@ IPAddressImpl::IPAddressImpl(ip_addr_t const& address) : m_address(address) {
 IPAddressImpl::~IPAddressImpl() = default;
 
 std::string const& IPAddressImpl::asString(bool dotted) const {
-    if (type() == NoFamily) return m_text;
+    if (type() != IPv4 && type() != IPv6) return m_text;
     return once(m_text, m_hasText, [&] { return textOf(m_address, dotted); });
 }
 
 std::string const& IPAddressImpl::asReverseString(bool /*unused*/) const {
-    if (type() == NoFamily) return m_reversed;
+    if (type() != IPv4 && type() != IPv6) return m_reversed;
     return once(m_reversed, m_hasReversed, [&] {
         Bytes const bytes(m_address.address);
         return type() == IPv4 ? reversedV4(bytes) : reversedV6(bytes);

@@ -7,6 +7,7 @@
 #include <ostream>
 
 #include "foundation/Fail.h"
+#include "foundation/NeverDestroyed.h"
 
 namespace Quillmark {
 
@@ -91,8 +92,9 @@ Value const& once(Value& value, std::atomic<bool>& final, Make make) {
 
 }  // namespace
 
-// Constructed before any code runs: a mask may be printed while statics are being made.
-constinit Mutex IPAddressMaskImpl::s_lock;
+// A mask may be printed while statics are being made, and by threads that outlive them.
+static constinit NeverDestroyed<Mutex> textLock;
+constinit Mutex& IPAddressMaskImpl::s_lock = textLock.object;
 
 IPAddressMaskImpl::IPAddressMaskImpl(std::string const& text) {
     if (text.empty()) return;

@@ -60,6 +60,8 @@ void useServer(State& state, in_addr const& address, in_port_t port) {
     first.sin_addr = address;
     state.nscount = 1;
     state._u._ext.nscount = 0;
+    state._u._ext.nscount6 =
+        0;  // nothing to the C library of today, but a count of IPv6 servers to who looks here
 }
 
 void useServer(State& state, in6_addr const& address, in_port_t port) {
@@ -73,6 +75,7 @@ void useServer(State& state, in6_addr const& address, in_port_t port) {
     slot->sin6_addr = address;
     slot->sin6_scope_id = 1;
     state._u._ext.nscount = 1;
+    state._u._ext.nscount6 = 1;
     state.nscount = 1;
     // Without a family the C library looks into the slot. The port stays, for those who read it here.
     state.nsaddr_list[0].sin_family = 0;

@@ -271,6 +271,7 @@ ResolverMessageImpl::~ResolverMessageImpl() {
         m_sheet->records.giveBack(m_nameservers);
         m_sheet->records.giveBack(m_additional);
     }
+    m_sheet->reader.release();
     SpareSheets::giveBack(std::move(m_sheet));
 }
 

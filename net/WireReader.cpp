@@ -38,15 +38,21 @@ void WireReader::length(std::size_t length) {
     m_length = length;
     m_steps = 0;
     forget();
-    m_kept = {};
-    m_texts = {};
+    m_kept.clear();
+    m_texts.clear();
 }
 
 void WireReader::restart() {
     m_offset = m_nameBytes = 0;
     m_hadLongNames = false;
-    m_visits = {};
+    m_visits.clear();
     length(0);
+}
+
+void WireReader::release() noexcept {
+    std::vector<Visit>().swap(m_visits);
+    std::vector<Kept>().swap(m_kept);
+    std::string().swap(m_texts);
 }
 
 /// Reads a name of usual length that does not jump about. False leaves everything as it was, also for a

@@ -28,6 +28,8 @@ public:
     void length(std::size_t length);
     /// Back to the beginning, for another message of no length yet.
     void restart();
+    /// Lets go of memory that only hostile names need, megabytes of it. Nothing is read until restart().
+    void release() noexcept;
 
     bool atEnd() const noexcept { return m_offset >= m_length; }
     std::size_t remaining() const noexcept { return atEnd() ? 0 : m_length - m_offset; }

@@ -31,7 +31,7 @@ QUILL_PLATFORM_EXPORT uint32_t quill_cfg_new_generation(void);
 QUILL_PLATFORM_EXPORT void quill_cfg_detach(void);
 
 /** Turns an absolute path of the appliance into the one to open. In production that is @p path itself;
- *  null and a path that does not begin with "/" always are.
+ *  null and a path that does not begin with "/" always are, but for those given to quill_path_map().
  *  @return @p path, or a terminated text that stays valid until the process ends. Any thread. */
 QUILL_PLATFORM_EXPORT char const* quill_path(char const* path);
 

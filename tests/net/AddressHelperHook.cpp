@@ -9,6 +9,7 @@
 namespace {
 
 std::function<bool()> current;
+unsigned int otherFamily = 0;
 
 bool allowed() {
     return !current || current();
@@ -22,6 +23,13 @@ Function* next(char const* name) {
 }  // namespace
 
 // A program's functions stand before those of its libraries.
+
+extern "C" int quill_string_to_ip(char const* text, ip_addr_t* address) {
+    static auto* const helper = next<int(char const*, ip_addr_t*)>("quill_string_to_ip");
+    int const result = helper(text, address);
+    if (result == 1 && otherFamily != 0) address->family = otherFamily;
+    return result;
+}
 
 extern "C" char* quill_ip_to_string(ip_addr_t const* address, char* buffer, size_t length, bool dotted) {
     static auto* const helper = next<char*(ip_addr_t const*, char*, size_t, bool)>("quill_ip_to_string");
@@ -41,6 +49,14 @@ PrintingHook::PrintingHook(std::function<bool()> hook) {
 
 PrintingHook::~PrintingHook() {
     current = nullptr;
+}
+
+FamilyHook::FamilyHook(unsigned int family) {
+    otherFamily = family;
+}
+
+FamilyHook::~FamilyHook() {
+    otherFamily = 0;
 }
 
 }  // namespace QuillmarkTest

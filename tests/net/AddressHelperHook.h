@@ -15,4 +15,13 @@ public:
     PrintingHook& operator=(PrintingHook const&) = delete;
 };
 
+/// As long as it lives, addresses that are read are of this family, as a helper of another system may say.
+class FamilyHook {
+public:
+    explicit FamilyHook(unsigned int family);
+    ~FamilyHook();
+    FamilyHook(FamilyHook const&) = delete;
+    FamilyHook& operator=(FamilyHook const&) = delete;
+};
+
 }  // namespace QuillmarkTest

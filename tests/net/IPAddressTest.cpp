@@ -18,6 +18,7 @@
 using namespace Quillmark;
 using QuillmarkTest::askedSecond;
 using QuillmarkTest::failureOf;
+using QuillmarkTest::FamilyHook;
 using QuillmarkTest::fromFourThreads;
 using QuillmarkTest::hex;
 using QuillmarkTest::isFree;
@@ -173,6 +174,14 @@ TEST(IPAddress, KeepsFortySixNulsForTheDaemonsWhereTheHelperFails) {
     EXPECT_EQ(unprintable.asString(false), std::string(46, '\0'));
     EXPECT_EQ(printed(unprintable), std::string(46, '\0'));
     EXPECT_EQ(unprintable.asStringReversed(true), "1.2.0.192");
+}
+
+TEST(IPAddress, HasNoTextsWhenItIsOfNoFamilyThatAnybodyKnows) {
+    FamilyHook const other(99);
+    IPAddress const unknown = address("192.0.2.1");
+    EXPECT_EQ(unknown.asIpAddr().family, 99U);
+    EXPECT_EQ(unknown.asString(true), "");
+    EXPECT_EQ(unknown.asStringReversed(true), "");
 }
 
 TEST(IPAddress, AsksTheHelperOnceUnderTheLock) {

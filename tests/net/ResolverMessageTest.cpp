@@ -1,4 +1,5 @@
 #include <arpa/inet.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <map>
@@ -819,6 +820,23 @@ TEST(DnsName, IsReadUpToTheLastByteOfTheLargestMessage) {
         message->parseName(text);
         ASSERT_EQ(text, i < names ? "abc.de" : "xy") << i;
     }
+}
+
+// Whoever answers questions would otherwise decide how much memory every thread that asks keeps for good.
+TEST(DnsName, LeavesNoMemoryBehindThatOnlyHostileMessagesNeed) {
+    std::string const longName = repeated(name("a").substr(0, 2), 2000) + '\0';
+    std::string message = header({0, 300}) + record(u8(0), 99, longName);
+    std::string const toIt = pointer(static_cast<unsigned int>(message.size() - longName.size()));
+    for (int i = 1; i < 300; ++i) message += record(toIt, 2, toIt);
+    message.resize(std::min(message.size(), largest));
+    auto const readTwo = [&] {
+        ResolverMessage const one = parsed(message), two = parsed(message);
+        return one.answers().size() + two.answers().size();
+    };
+    { ResolverMessage const first = parsed(header({})), second = parsed(header({})); }
+    std::size_t const before = ::mallinfo2().uordblks + ::mallinfo2().hblkhd;
+    EXPECT_GT(readTwo(), 400U);
+    EXPECT_LT(::mallinfo2().uordblks + ::mallinfo2().hblkhd, before + 100'000);
 }
 
 TEST(DnsName, HasALongBeginningInFrontOfAnEndThatWasMet) {

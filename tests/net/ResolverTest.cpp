@@ -365,13 +365,14 @@ TEST(Resolver, PointsAThreadAtAnIPv4Server) {
     onThread([] {
         Resolver const& resolver = *Resolver::instance();
         _res.nscount = 3;
-        _res._u._ext.nscount = 2;
+        _res._u._ext.nscount = _res._u._ext.nscount6 = 2;
         resolver.server(IPAddress("192.0.2.53"s), 5353);
         EXPECT_EQ(_res.nscount, 1);
         EXPECT_EQ(_res.nsaddr_list[0].sin_family, 2);
         EXPECT_EQ(_res.nsaddr_list[0].sin_port, htons(5353));
         EXPECT_EQ(_res.nsaddr_list[0].sin_addr.s_addr, htonl(0xc0000235));
         EXPECT_EQ(_res._u._ext.nscount, 0);
+        EXPECT_EQ(_res._u._ext.nscount6, 0);
     });
 }
 
@@ -382,6 +383,7 @@ TEST(Resolver, PointsAThreadAtAnIPv6Server) {
         Resolver::instance()->server(IPAddress("2001:db8::53"s), 53);
         EXPECT_EQ(_res.nscount, 1);
         EXPECT_EQ(_res._u._ext.nscount, 1);
+        EXPECT_EQ(_res._u._ext.nscount6, 1);
         sockaddr_in6& slot = *_res._u._ext.nsaddrs[0];
         EXPECT_EQ(slot.sin6_family, 10);
         EXPECT_EQ(slot.sin6_port, htons(53));
