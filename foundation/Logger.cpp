@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <iostream>
 #include <memory>
+#include <new>
+#include <string>
 #include <string_view>
 
 #include "foundation/Caught.h"
+#include "foundation/Console.h"
+#include "foundation/TryToLog.h"
 
 namespace Quillmark {
 
@@ -120,10 +123,10 @@ int StdOutLogger::evt_log(int level, evt_log_args_t const& args, char const* for
 
 int StdOutLogger::evt_logv(int /*level*/, evt_log_args_t const& args, char const* format, va_list list) {
     std::array<char, 1024> buffer{};
-    std::string_view const text = formatted(buffer, args.argument, format, list);
+    std::size_t const length = formatted(buffer, args.argument, format, list).size();
+    buffer[length] = '\n';
     Synchronized const wholeLine(m_lock);
-    std::cout.write(text.data(), static_cast<std::streamsize>(text.size())).put('\n').flush();
-    return std::cout ? 0 : -1;
+    return print({buffer.data(), length + 1}) ? 0 : -1;
 }
 
 StdOutLogger* StdOutLogger::instance() {
@@ -137,33 +140,21 @@ std::string replaceDoubleQuote(std::string const& text) {
     return result;
 }
 
-namespace {
-
-/// Writes an event, if a daemon's own logger, and the memory there is, let it. What is caught has names: the end of
-/// a thread, which has none, cannot be caught while another exception is being handled.
-template <class Write>
-void tryToLog(Write write) {
-    try {
-        write(*Logger::instance());
-    } catch (Exception const&) {
-    } catch (std::exception const&) {
-    }
-}
-
-}  // namespace
-
 void logCaught(char const* function, Exception const& exception) {
-    tryToLog([&](Logger& logger) {
-        logger.evt_log(EventException, nullptr, "%s\x01%s", function, exception.asString().c_str());
-    });
+    std::string text;
+    try {
+        text = exception.asString();
+    } catch (std::bad_alloc const&) {  // then it is written without
+    }
+    logCaught(function, text.c_str());
 }
 
 void logCaught(char const* function, char const* detail) {
-    tryToLog([&](Logger& logger) { logger.evt_log(EventException, nullptr, "%s\x01%s", function, detail); });
+    tryToLog(EventException, nullptr, "%s\x01%s", function, detail);
 }
 
 void logUnknown(char const* function) {
-    tryToLog([&](Logger& logger) { logger.evt_log(EventUnknownException, nullptr, "%s", function); });
+    tryToLog(EventUnknownException, nullptr, "%s", function);
 }
 
 }  // namespace Quillmark

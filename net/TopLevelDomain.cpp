@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "foundation/ThreadEnd.h"
-#include "include2/Logger"
+#include "foundation/TryToLog.h"
 #include "include2/QuillThread"
 #include "net/DomainLists.h"
 #include "platform/quill_cfg.h"
@@ -96,8 +96,7 @@ std::uint32_t hashOf(std::string_view name) {
 DomainNameList::DomainNameList(std::string const& path, char const* fallback, char const* message) {
     File file = openToRead(path.c_str());
     if (!file) file = openToRead(::quill_path(fallback));
-    if (!file || !readLines(file.get(), m_text))
-        Logger::instance(false)->evt_log(EventException, "", "%s", message);
+    if (!file || !readLines(file.get(), m_text)) tryToLog(EventException, "", "%s", message);
 
     std::size_t lines = 0;
     for (std::string_view rest = m_text; !rest.empty(); takeLine(rest)) ++lines;

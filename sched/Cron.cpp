@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <iostream>
 #include <limits>
 #include <mutex>
 #include <sstream>
@@ -13,6 +12,7 @@
 #include <utility>
 
 #include "foundation/Caught.h"
+#include "foundation/Console.h"
 #include "foundation/Fail.h"
 #include "foundation/Zone.h"
 #include "include2/Time"
@@ -99,8 +99,7 @@ std::string nameOf(Job const& job) {
 }
 
 void say(std::string const& line) {
-    std::string const whole = "===== " + line + '\n';
-    std::cout.write(whole.data(), static_cast<std::streamsize>(whole.size())).flush();
+    print("===== " + line + '\n');
 }
 
 }  // namespace
@@ -370,8 +369,15 @@ void Crontab::runDue(long now) {
             say(stamp(now) + " " + nameOf(*job) + " next schedule is " + stamp(time));
     // Jobs that are due again at once, since the clock was set back while they ran, wait for the next
     // minute: otherwise they would run until the clock is here again.
-    std::vector<Entry> again;
-    while (Table::node_type entry = takeDue(now, again)) {
+    struct Again {
+        Crontab& crontab;
+        Table entries;
+        ~Again() {
+            Synchronized const table(crontab.m_tableLock);
+            crontab.m_table.merge(entries);
+        }
+    } again{*this, {}};
+    while (Table::node_type entry = takeDue(now)) {
         Job const& job = *entry.mapped();
         if (m_verbose) say(nameOf(job) + " starts ======");
         job.task();
@@ -380,19 +386,19 @@ void Crontab::runDue(long now) {
         if (m_verbose)
             say(stamp(now) + " " + nameOf(job) + " completed, next running time is " + stamp(next) +
                 " ======");
-        if (next <= now) again.push_back(entry.mapped());
         entry.key() = next;
-        insert(std::move(entry));
+        if (next <= now)
+            again.entries.insert(std::move(entry));
+        else
+            insert(std::move(entry));
     }
 }
 
 /// The first entry that is due, out of the table; none when there is none.
-Crontab::Table::node_type Crontab::takeDue(long now, std::vector<Entry> const& except) {
+Crontab::Table::node_type Crontab::takeDue(long now) {
     Synchronized const guard(m_tableLock);
-    auto const due = std::find_if(m_table.begin(), m_table.upper_bound(now), [&](auto const& entry) {
-        return std::find(except.begin(), except.end(), entry.second) == except.end();
-    });
-    return due == m_table.upper_bound(now) ? Table::node_type() : m_table.extract(due);
+    bool const isDue = !m_table.empty() && m_table.begin()->first <= now;
+    return isDue ? m_table.extract(m_table.begin()) : Table::node_type();
 }
 
 void Crontab::insert(Table::node_type entry) {

@@ -2,7 +2,7 @@
 
 #include "foundation/Caught.h"
 #include "foundation/Fail.h"
-#include "include2/Logger"
+#include "foundation/TryToLog.h"
 #include "include2/Time"
 
 #include <netinet/tcp.h>
@@ -157,6 +157,7 @@ void letGo(SocketIPC& connection) noexcept {
         ::linger const none{0, 0};
         socket.setOption(SO_LINGER, &none, sizeof none, SOL_SOCKET);
     } catch (SocketException const&) {  // its handler has closed it
+    } catch (std::bad_alloc const&) {   // and there is no memory to say so
     }
 }
 
@@ -169,16 +170,6 @@ void answer(Handler const& handler, SocketIPC& connection, Pdu const& request) {
         throw;
     }
     skipUnread(connection);
-}
-
-/// Writes an event. Like logCaught it lets no failure of a daemon's own logger out.
-template <class Argument>
-void log(LogEvent event, char const* format, Argument argument) {
-    try {
-        Logger::instance(false)->evt_log(event, static_cast<char const*>(nullptr), format, argument);
-    } catch (Exception const&) {
-    } catch (std::exception const&) {
-    }
 }
 
 /// Whether what was caught is no exception, but the end of this thread (pthread_exit, cancellation),
@@ -200,7 +191,7 @@ bool survives(Action action, Pause pause = Pause::AfterForeignOnes) {
         logCaught(dispatcherText, e);
     } catch (...) {
         if (threadEnds()) throw;
-        log(EventUnknownException, "%s", " ");
+        tryToLog(EventUnknownException, nullptr, "%s", " ");
         isForeign = true;
     }
     if (isForeign || pause == Pause::AfterAnyFailure) qm_usleep(0, 1);
@@ -640,7 +631,7 @@ void Dispatcher::attend(std::unique_ptr<Arrival>& place, bool isLate) {
         // Who ends before the request is whole has asked for nothing. Kept for log readers: type 0.
         if (received > 0) handler = find(request.type());
         if (handler.isNull()) {
-            log(EventNoHandler, "%u", received > 0 ? request.type() : receiveType);
+            tryToLog(EventNoHandler, nullptr, "%u", received > 0 ? request.type() : receiveType);
             skipUnread(connection);
             return;
         }

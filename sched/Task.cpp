@@ -11,7 +11,7 @@
 
 #include "foundation/Caught.h"
 #include "foundation/Fail.h"
-#include "include2/Logger"
+#include "foundation/TryToLog.h"
 #include "sched/ElementQueue.h"
 #include "sched/OutstandingElements.h"
 
@@ -146,7 +146,7 @@ void* Scheduler<Element, Work, Queue>::drone(void* argument) {
         record.reset();
         serve(start);
     } else {
-        Logger::instance(false)->evt_log(EventThreadWithoutArgument, nullptr, "%s", " ");
+        tryToLog(EventThreadWithoutArgument, nullptr, "%s", " ");
     }
     ::pthread_exit(nullptr);
 }
@@ -193,11 +193,14 @@ void TaskMaster::add(Ref<ElementImpl> const& element) {
     auto const task = m_running.find(added.taskId());
     if (task == m_running.end()) fail(title, Refused, Site{"Task", 189}, "Could not find the running task.");
     task->second->add(element);
+    // The destructor of an element that it replaces may have asked the pool, which unlocks it.
+    m_mutex.lock();
     // All or nothing: an element that is outstanding but not queued would keep its task for ever.
     try {
         queue->second->elements->push(Handle<ElementImpl>(&added, true));
     } catch (...) {
-        task->second->remove(element);
+        if (auto const still = m_running.find(added.taskId()); still != m_running.end())
+            still->second->remove(element);
         throw;
     }
 }
@@ -234,8 +237,7 @@ void TaskMaster::run(Ref<TaskImpl> const& task) {
     std::vector<Ref<TaskImpl>> dropped;
     Synchronized const guard(m_mutex);
     if (!mayRun(started.type(), dropped)) {
-        Logger::instance(false)->evt_log(EventTaskAlreadyRunning, nullptr, "%u",
-                                         static_cast<uint_t>(started.type()));
+        tryToLog(EventTaskAlreadyRunning, nullptr, "%u", static_cast<uint_t>(started.type()));
         return;
     }
     uint_t id = m_nextTaskId++;

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <iostream>
 #include <sstream>
+#include <streambuf>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,9 +13,32 @@
 #include "tests/support/Threads.h"
 
 using namespace Quillmark;
+using QuillmarkTest::isCancelledIn;
 using QuillmarkTest::slotOf;
 
 namespace {
+
+/// Where std::cout writes as long as it lives: a place of which cancelled threads get no further, as the system
+/// makes one of every file.
+class FitfulOutput : public std::streambuf {
+public:
+    FitfulOutput() : m_former(std::cout.rdbuf(this)) {}
+    ~FitfulOutput() override { std::cout.rdbuf(m_former); }
+
+    bool refuses = false;
+    std::string text;
+
+protected:
+    int overflow(int c) override {
+        ::pthread_testcancel();
+        if (refuses) return traits_type::eof();
+        text += static_cast<char>(c);
+        return c;
+    }
+
+private:
+    std::streambuf* m_former;
+};
 
 /// What the event log was given last.
 struct LastEvent {
@@ -310,10 +334,21 @@ TEST_F(LoggerTest, CutsPrintedLinesAt1023Characters) {
     }
 }
 
-TEST_F(LoggerTest, SaysWhenNothingCouldBePrinted) {
-    std::cout.setstate(std::ios::badbit);
+TEST_F(LoggerTest, PrintsAgainAfterALineThatCouldNotBePrinted) {
+    FitfulOutput output;
+    output.refuses = true;
     EXPECT_EQ(StdOutLogger::instance()->evt_log(1, someArgs, "%s", "lost"), -1);
-    std::cout.clear();
+    output.refuses = false;
+    EXPECT_EQ(StdOutLogger::instance()->evt_log(1, someArgs, "%s", "printed"), 0);
+    EXPECT_EQ(output.text, "printed\n");
+}
+
+TEST_F(LoggerTest, PrintsWholeLinesOfThreadsThatAreCancelled) {
+    FitfulOutput output;
+    Logger* const logger = StdOutLogger::instance();
+    EXPECT_FALSE(isCancelledIn([&] { logger->evt_log(1, someArgs, "%s", "last words"); }));
+    EXPECT_EQ(logger->evt_log(1, someArgs, "%s", "of another"), 0);
+    EXPECT_EQ(output.text, "last words\nof another\n");
 }
 
 TEST_F(LoggerTest, KeepsThePrintedLinesOfThreadsApart) {

@@ -112,6 +112,21 @@ TEST(TopLevelDomain, LogsADirectoryAndHasNoNames) {
     ::quill_path_map("/etc/gtld", nullptr);
 }
 
+TEST(TopLevelDomain, HasNoNamesAlsoWhenTheLoggerFails) {
+    TemporaryDirectory const directory;
+    ::quill_path_map("/etc/gtld", directory.file("missing").c_str());
+    LogRecorder log;
+    for (std::function<void()> const& failure :
+         {std::function<void()>([] { throw std::runtime_error("full"); }),
+          std::function<void()>([] { throw Exception("Logger", 4, "Scanner", 7); })}) {
+        log.afterwards(failure);
+        Generic const list(directory.file("missing"));
+        EXPECT_FALSE(list.find("com"));
+    }
+    EXPECT_EQ(log.lines().size(), 2U);
+    ::quill_path_map("/etc/gtld", nullptr);
+}
+
 TEST(TopLevelDomain, FindsEveryNameOfALongList) {
     std::string content;
     for (int i = 0; i < 20'000; ++i) content += "name" + std::to_string(i) + "\n";

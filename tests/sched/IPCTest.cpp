@@ -52,8 +52,16 @@ namespace {
 
 std::atomic<unsigned int> defaultPortLeadsTo{0};
 thread_local int sendCalls = 0;
+thread_local bool starving = false;  // no memory for this thread any more
 
 }  // namespace
+
+void* operator new(std::size_t size) {
+    using New = void* (*)(std::size_t);
+    static New const make = reinterpret_cast<New>(::dlsym(RTLD_NEXT, "_Znwm"));
+    if (starving) throw std::bad_alloc();
+    return make(size);
+}
 
 // These stand in the place of the C library's for this whole program: the default port may be somebody's, and
 // a message that goes out in two pieces looks the same from the other end.
@@ -1159,6 +1167,25 @@ TEST_F(IpcThreads, SwallowWhatTheirHandlersThrow) {
         EXPECT_EQ(answerOf(connection), "result 0") << payload;
     }
     EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(IpcThreads, EndAloneWhenTheyHaveNoMemoryAndNoConnectionAnyMore) {
+    std::atomic<pid_t> thread{0};
+    s_dispatcher->add(handlerOf(93, true, [&](SocketIPC& connection, Pdu const& pdu) {
+        thread = ::gettid();
+        connection << pdu;
+        connection.socket().close();
+        starving = true;
+        return 0;
+    }));
+    SocketIPC connection = asked(s_port, Pdu(93, bufferOf("last")));
+    EXPECT_EQ(answerOf(connection), messageBytes(93, "last"));
+    EXPECT_EQ(answerOf(connection), "result 0");
+    std::string const itsEntry = "/proc/self/task/" + std::to_string(thread);
+    auto const deadline = Clock::now() + longEnough;
+    while (::access(itsEntry.c_str(), F_OK) == 0 && Clock::now() < deadline) std::this_thread::yield();
+    EXPECT_NE(::access(itsEntry.c_str(), F_OK), 0);
+    EXPECT_EQ(answerTo(s_port, Pdu(1, 8)), messageBytes(1, ""));
 }
 
 TEST_F(IpcThreads, AreNoMoreThan64AndFurtherRequestsWait) {

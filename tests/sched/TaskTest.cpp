@@ -328,6 +328,68 @@ TEST(TaskMaster, LogsASecondTaskOfATypeAndDoesNotRunIt) {
     EXPECT_EQ(log.lines().size(), 1U);
 }
 
+TEST(TaskMaster, RefusesASecondTaskOfATypeAlsoWhenTheLoggerFails) {
+    LogRecorder log;
+    Pool pool(0);
+    int ran = 0;
+    auto const adding = [&](Batch&, uint_t taskId) {
+        ++ran;
+        pool.add(piece(taskId, 0));
+    };
+    pool.run(batch(1, adding));
+    log.afterwards([] { throw std::runtime_error("full"); });
+    pool.run(batch(1, adding));
+    EXPECT_EQ(ran, 1);
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"3000071 1"});
+    EXPECT_TRUE(isFree(pool.lock()));
+}
+
+namespace {
+
+/// An element whose destructor asks the pool, which then is unlocked, and gives others time to come in between.
+class AskingAtItsEnd : public ElementImpl {
+public:
+    AskingAtItsEnd(Pool& pool, std::atomic<unsigned int>& ends) : m_pool(pool), m_ends(ends) {}
+    ~AskingAtItsEnd() override {
+        (void)m_pool.lastRun(typeOf(1));
+        unsigned int const both = (++m_ends + 1) / 2 * 2;
+        for (int i = 0; i < 1500 && m_ends < both; ++i) __builtin_ia32_pause();
+    }
+    void process() override {}
+
+private:
+    Pool& m_pool;
+    std::atomic<unsigned int>& m_ends;
+};
+
+}  // namespace
+
+TEST(TaskMaster, LosesNoElementThatTakesThePlaceOfOneWhoseEndAsksThePool) {
+    constexpr uint_t elements = 4000;
+    Pool& pool = *new Pool(4);
+    std::atomic<unsigned int> ends{0};
+    Semaphore worked(0);
+    auto const asking = [&](uint_t id) {
+        Element element(new AskingAtItsEnd(pool, ends), false);
+        element->id(id);
+        return element;
+    };
+    auto const create = [&](Batch& self, uint_t taskId) {
+        for (uint_t id = 0; id < elements; ++id) {
+            self.add(asking(id));  // whose only reference is the task's
+            pool.add(piece(taskId, id, [&] { worked.post(); }));
+        }
+        self.elementCreationFinished();
+    };
+    Work const tasks[] = {batch(11, create), batch(12, create)};
+    std::vector<std::thread> threads;
+    for (Work const& task : tasks) threads.emplace_back([&] { pool.run(task); });
+    for (std::thread& thread : threads) thread.join();
+    uint_t count = 0;
+    while (count < 2 * elements && worked.timedwait(30'000)) ++count;
+    EXPECT_EQ(count, 2 * elements);
+}
+
 TEST(TaskMaster, KeepsATaskWithoutElementsUntilTheNextOfItsType) {
     Pool pool(0);
     Semaphore gone(0);
