@@ -273,6 +273,19 @@ struct File::Selector::Walk {
     bool descends = false;       // process() is called by the walk, not by a processor or whoever else
 };
 
+/// While the walk calls process() for a directory below. Whoever overrides that may throw before the walk
+/// has seen the call.
+class File::Selector::Descent {
+public:
+    explicit Descent(Walk& walk) : m_walk(walk) { m_walk.descends = true; }
+    Descent(Descent const&) = delete;
+    Descent& operator=(Descent const&) = delete;
+    ~Descent() { m_walk.descends = false; }
+
+private:
+    Walk& m_walk;
+};
+
 /// One directory of a walk, from its first entry to its last.
 class File::Selector::Level {
 public:
@@ -283,9 +296,9 @@ public:
         if (!m_entries.isOpen() || ::fstat(m_entries.descriptor(), &status) != 0 ||
             (onlyOnce && m_walk.isBeingRead(status)))
             return;
-        m_walk.path.push_back({status.st_dev, status.st_ino});
-        m_entered = true;
         if (m_walk.open + 1 == mostOpenDirectories) m_entries.readAhead();
+        m_walk.path.push_back({status.st_dev, status.st_ino});
+        m_entered = true;  // from here on nothing throws, and the destructor takes it all back
         m_holds = m_entries.isOpen();
         m_walk.open += m_holds ? 1 : 0;
     }
@@ -375,9 +388,8 @@ int File::Selector::process(Path const& directory, Processor& processor) {
                 if (isToBeEntered(child)) {
                     ++m_depth;
                     if (isOverridden) {
-                        m_walk->descends = true;
+                        Descent const descent(*m_walk);
                         result = process(child, processor);
-                        m_walk->descends = false;
                     } else if (frame.enter(child)) {
                         continue;
                     }

@@ -3,6 +3,7 @@
 #include "foundation/Descriptor.h"
 #include "foundation/Fail.h"
 
+#include <cxxabi.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -53,6 +54,29 @@ void refuseNothingAt(unsigned char const* data, uint_t n) {
 std::streamoff seekable(ulong_t position) {
     constexpr auto last = std::numeric_limits<std::streamoff>::max();
     return static_cast<std::streamoff>(std::min(position, static_cast<ulong_t>(last)));
+}
+
+constexpr std::streamoff noPosition = -1;
+
+/// What @p call of a caller's stream gives. Whatever the stream's buffer throws is a refusal: one without
+/// positions may well say so in that way. The end of a cancelled thread passes; its handler binds a reference
+/// that the system leaves null, so that one check of the sanitizers has to look away.
+template <class Result, class Call>
+__attribute__((noinline, no_sanitize("null"))) Result unlessItThrows(Result refusal, Call call) {
+    try {
+        return call();
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        return refusal;
+    }
+}
+
+/// Asked of the buffer, since the stream itself forgets its position once it has reported the end.
+std::streamoff positionIn(std::streambuf* buffer, std::ios::openmode which) {
+    if (!buffer) return noPosition;
+    return unlessItThrows(noPosition,
+                          [&]() -> std::streamoff { return buffer->pubseekoff(0, std::ios::cur, which); });
 }
 
 /// A standard stream over a file buffer of its own; Stream is std::istream or std::ostream.
@@ -297,7 +321,7 @@ void IStreamMediaInImpl::readline(Buffer& line) {
     }
     if (count == room) {  // both bytes of the line's end have to wait for the next call
         auto const refused = std::istream::traits_type::eof();
-        m_lineFeedOwed = m_stream.rdbuf()->sungetc() == refused;
+        m_lineFeedOwed = unlessItThrows(refused, [&] { return m_stream.rdbuf()->sungetc(); }) == refused;
         return line.length(count - 1);
     }
     bytes[count - 1] = '\r';
@@ -327,10 +351,8 @@ int IStreamMediaInImpl::read(unsigned char* data, uint_t n) {
     return static_cast<int>(have);
 }
 
-// Asked of the buffer, since the stream itself forgets its position once it has reported the end.
 ulong_t IStreamMediaInImpl::tell() const {
-    std::streamoff position = -1;
-    if (m_stream.rdbuf()) position = m_stream.rdbuf()->pubseekoff(0, std::ios::cur, std::ios::in);
+    std::streamoff position = positionIn(m_stream.rdbuf(), std::ios::in);
     if (m_lineFeedOwed && position > 0) --position;
     return static_cast<ulong_t>(position);
 }
@@ -436,16 +458,18 @@ void FileMediaOutImpl::end() {
 }
 
 ulong_t FileMediaOutImpl::tell() const {
-    return static_cast<ulong_t>(static_cast<std::streamoff>(m_stream.tellp()));
+    return static_cast<ulong_t>(m_stream.fail() ? noPosition : positionIn(m_stream.rdbuf(), std::ios::out));
 }
 
 // What is still in the buffer goes out first: bytes that cannot be written must not be forgotten because
-// the state of the stream is cleared.
+// the state of the stream is cleared. A stream that did not go where it should stays failed, so that nobody
+// writes to another place by mistake.
 void FileMediaOutImpl::setpos(ulong_t position) {
     if (m_closed) return;
     m_stream.clear();
     end();
-    m_stream.seekp(seekable(position), std::ios::beg);
+    if (!unlessItThrows(false, [&] { return m_stream.seekp(seekable(position), std::ios::beg).good(); }))
+        m_stream.setstate(std::ios::failbit);
 }
 
 void FileMediaOutImpl::close() {

@@ -121,6 +121,7 @@ TEST(FileGetline, GivesALineWithoutItsEnd) {
         {"\n\n", 10, "1:|1:|"},
         {"\r\n", 10, "1:|"},
         {"\r", 10, "1:\\r|"},  // one byte stays as it is
+        {"\rb\n", 2, "1:\\r|2:b|"},
         {"a", 10, "1:a|"},
         {"a\r\r\n", 10, "3:a\\r|"},  // one carriage return is taken off
         {"", 10, ""},
@@ -150,6 +151,11 @@ TEST(FileGetline, KeepsTheStreamGoodUntilItsEnd) {
     EXPECT_EQ(File::getline(stream, buffer, 4), 0);
     EXPECT_TRUE(stream.fail());
     EXPECT_EQ(buffer[0], '\0');
+    std::istringstream empty("\na");
+    EXPECT_EQ(File::getline(empty, buffer, 1), 1);
+    EXPECT_TRUE(empty.good()) << "a line feed needs no room";
+    EXPECT_EQ(File::getline(empty, buffer, 1), 0);
+    EXPECT_TRUE(empty.fail());
 }
 
 TEST(FileGetline, TakesNoLineForAFailure) {

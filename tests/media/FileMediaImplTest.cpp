@@ -4,11 +4,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <boost/iostreams/device/back_inserter.hpp>
+#include <boost/iostreams/filtering_stream.hpp>
+#include <boost/iostreams/stream.hpp>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <thread>
 #include <type_traits>
 
+#include "include2/BufferMedia"
+#include "include2/MediaInSource"
 #include "tests/media/Limits.h"
 #include "tests/media/Streams.h"
 #include "tests/support/Support.h"
@@ -55,6 +61,45 @@ private:
     bool m_breaks;
     std::size_t m_next = 0;
 };
+
+/// Throws when it is asked to move or to take a byte back, or does then what it was given to do.
+class Stubborn : public OneWay {
+public:
+    explicit Stubborn(
+        std::string content, std::function<void()> act = [] { throw 42; })
+        : OneWay(std::move(content)), m_act(std::move(act)) {}
+
+    std::string written;
+
+protected:
+    int_type pbackfail(int_type /*byte*/) override { return m_act(), traits_type::eof(); }
+    pos_type seekoff(off_type, std::ios::seekdir, std::ios::openmode) override {
+        return m_act(), pos_type(-1);
+    }
+    pos_type seekpos(pos_type, std::ios::openmode) override { return m_act(), pos_type(-1); }
+    int_type overflow(int_type byte) override {
+        written += traits_type::to_char_type(byte);
+        return byte;
+    }
+
+private:
+    std::function<void()> m_act;
+};
+
+/// Runs @p action on a thread. @return what that ends with: "returned" when the action does
+std::string endOfThread(std::function<void()> const& action) {
+    pthread_t thread{};
+    ::pthread_create(
+        &thread, nullptr,
+        [](void* argument) -> void* {
+            (*static_cast<std::function<void()>*>(argument))();
+            return const_cast<char*>("returned");
+        },
+        const_cast<std::function<void()>*>(&action));
+    void* end = nullptr;
+    ::pthread_join(thread, &end);
+    return static_cast<char const*>(end);
+}
 
 /// The lines of @p content through a buffer of @p room bytes.
 std::string linesOf(std::string const& content, int room, bool crlf) {
@@ -416,6 +461,51 @@ TEST(IStreamMediaIn, HasNoPositionWhereTheStreamHasNone) {
     EXPECT_EQ(IStreamMediaIn(stream).tell(), UINT64_MAX);
 }
 
+TEST(IStreamMediaIn, HasNoPositionWhereTheStreamThrowsForOne) {
+    Stubborn source("ab\ncd\n");
+    std::istream stream(&source);
+    IStreamMediaIn in(stream);
+    Buffer line;
+    in.readline(line);
+    EXPECT_EQ(in.tell(), UINT64_MAX);
+    EXPECT_TRUE(stream.good());
+    in.readline(line);
+    EXPECT_EQ(text(line), "cd\n");
+}
+
+TEST(IStreamMediaIn, ReadsOnInASourceOfBoostThatWasAskedForItsPosition) {
+    Buffer content = buffer("ab\ncd\nef\n");
+    BufferMediaIn medium(content);
+    boost::iostreams::stream<MediaInSource> stream(medium);
+    IStreamMediaIn in(stream);
+    EXPECT_EQ(in.tell(), UINT64_MAX) << "before anything was read";
+    Buffer line;
+    in.readline(line);
+    EXPECT_EQ(text(line), "ab\n");
+    EXPECT_EQ(in.tell(), UINT64_MAX);
+    EXPECT_EQ(lines(in, line), "cd\n|ef\n|");
+    EXPECT_EQ(in.tell(), UINT64_MAX) << "at the end";
+}
+
+TEST(IStreamMediaIn, LetsTheEndOfItsThreadPass) {
+    std::function<void()> const end = [] { ::pthread_exit(const_cast<char*>("ended")); };
+    EXPECT_EQ(endOfThread([&] {
+                  Stubborn source("ab\n", end);
+                  std::istream stream(&source);
+                  IStreamMediaIn(stream).tell();
+              }),
+              "ended");
+    EXPECT_EQ(endOfThread([&] {
+                  Stubborn source("abcd\n", end);
+                  std::istream stream(&source);
+                  IStreamMediaIn in(stream);
+                  in.convertToCRLF(true);
+                  Buffer line(5, 0);
+                  in.readline(line);
+              }),
+              "ended");
+}
+
 TEST(IStreamMediaIn, WritesItselfInBlocks) {
     std::string log;
     MediaOut out = recorder(log);
@@ -560,6 +650,14 @@ TEST(IStreamMediaIn, RemembersALineFeedThatTheStreamDoesNotTakeBack) {
         in.setpos(0);
         EXPECT_EQ(rest(in), "") << "the stream cannot go back, and nothing is owed any more";
     });
+}
+
+TEST(IStreamMediaIn, RemembersALineFeedThatTheStreamThrowsFor) {
+    Stubborn source("abcd\nef\n");
+    std::istream stream(&source);
+    IStreamMediaIn in(stream);
+    in.convertToCRLF(true);
+    EXPECT_EQ(lines(in, Buffer(5, 0)), "abcd|\r\n|ef\r\n|");
 }
 
 TEST(IStreamMediaIn, CountsARememberedLineFeedAsUnread) {
@@ -901,6 +999,61 @@ TEST(FileMediaOut, WrapsTheCallersStream) {
 TEST(FileMediaOut, HasNoPositionWhereTheStreamHasNone) {
     std::ostream stream(nullptr);
     EXPECT_EQ(FileMediaOut(stream).tell(), UINT64_MAX);
+}
+
+TEST(FileMediaOut, WritesOnAfterAskingAStreamThatThrowsForItsPosition) {
+    Stubborn sink("");
+    std::ostream stream(&sink);
+    FileMediaOut out(stream);
+    out << "ab";
+    EXPECT_EQ(out.tell(), UINT64_MAX);
+    out << "cd";
+    EXPECT_EQ(sink.written, "abcd");
+    std::string filtered;
+    boost::iostreams::filtering_ostream filter(boost::iostreams::back_inserter(filtered));
+    FileMediaOut filtering(filter);
+    filtering << "ab";
+    EXPECT_EQ(filtering.tell(), UINT64_MAX);
+    filtering << "cd";
+    filtering.end();
+    EXPECT_EQ(filtered, "abcd");
+}
+
+TEST(FileMediaOut, RefusesToWriteAfterAPositionThatTheStreamCannotGoTo) {
+    TemporaryDirectory const directory;
+    FileMediaOut file(directory.file("a"));
+    file << "abc";
+    file.setpos(UINT64_MAX);
+    EXPECT_EQ(failureOf([&] { file << "d"; }), writeFailed) << "which would stand at another place";
+    EXPECT_EQ(readFile(directory.file("a")), "abc");
+    file.setpos(1);
+    file << "X";
+    file.close();
+    EXPECT_EQ(readFile(directory.file("a")), "aXc");
+    Stubborn throws(""), refuses("", [] {});
+    for (Stubborn* const sink : {&throws, &refuses}) {
+        std::ostream stream(sink);
+        FileMediaOut out(stream);
+        out << "abc";
+        out.setpos(0);
+        EXPECT_EQ(failureOf([&] { out << "d"; }), writeFailed);
+        EXPECT_EQ(sink->written, "abc");
+    }
+}
+
+TEST(FileMediaOut, LetsTheEndOfItsThreadPass) {
+    std::function<void(FileMediaOut&)> const steps[] = {
+        [](FileMediaOut& out) { out.tell(); },
+        [](FileMediaOut& out) { out.setpos(0); },
+    };
+    for (auto const& step : steps)
+        EXPECT_EQ(endOfThread([&] {
+                      Stubborn sink("", [] { ::pthread_exit(const_cast<char*>("ended")); });
+                      std::ostream stream(&sink);
+                      FileMediaOut out(stream);
+                      step(out);
+                  }),
+                  "ended");
 }
 
 TEST(FileMediaOut, IsEmptiedThroughItsBase) {

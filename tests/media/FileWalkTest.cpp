@@ -1,5 +1,8 @@
+#include <dlfcn.h>
+
 #include <algorithm>
 #include <functional>
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -87,7 +90,32 @@ public:
     std::function<int(Path const&)> answer;
 };
 
+/// A selector that does something else first, or instead: it has the walk below as a call.
+class Wrapping : public File::Selector {
+public:
+    using Selector::Selector;
+    using Walk = std::function<int(Path const&)>;
+
+    int process(Path const& directory, File::Processor& processor) override {
+        Walk const walk = [&](Path const& path) { return Selector::process(path, processor); };
+        return wrap(directory, walk);
+    }
+
+    std::function<int(Path const&, Walk const&)> wrap;
+};
+
+/// How many bytes there is no memory for on this thread; 0 is none.
+thread_local std::size_t refusedSize = 0;
+
 }  // namespace
+
+// The library makes its strings with this one.
+void* operator new(std::size_t size) {
+    using New = void* (*)(std::size_t);
+    static New const make = reinterpret_cast<New>(::dlsym(RTLD_NEXT, "_Znwm"));
+    if (size == refusedSize) throw std::bad_alloc();
+    return make(size);
+}
 
 static_assert(!std::is_copy_constructible_v<File::Selector> && !std::is_copy_assignable_v<File::Selector>);
 static_assert(std::is_abstract_v<File::Processor> && std::has_virtual_destructor_v<File::Processor>);
@@ -454,6 +482,56 @@ TEST(FileSelector, HoldsAtMost64DescriptorsHoweverDeepItGoes) {
         std::sort(paths.begin(), paths.end());
         EXPECT_EQ(std::unique(paths.begin(), paths.end()), paths.end());
     }
+}
+
+// The 64th directory from the root is the first that is read ahead, and its names take memory.
+TEST(FileSelector, EntersADirectoryByAnotherNameAfterMemoryRanOut) {
+    TemporaryDirectory const here;
+    std::string const root = here.file("root");
+    makeDeepTree(root, 62, {});
+    std::string deepest = root;
+    for (int level = 0; level < 62; ++level) deepest += "/d";
+    std::string const name(200, 'n');
+    makeDirectory(deepest + "/x");
+    writeFile(deepest + "/x/" + name, "");
+    makeLink("x", deepest + "/y");
+    Notes notes(root);
+    Wrapping selector(Path(root), notes);
+    std::size_t const before = openDescriptors();
+    int failures = 0;
+    selector.wrap = [&](Path const& directory, Wrapping::Walk const& walk) {
+        if (directory.name() == "d" || failures != 0) return walk(directory);
+        if (directory.asString() == root) return walk(directory);
+        refusedSize = name.size() + 1;
+        EXPECT_THROW(walk(directory), std::bad_alloc);
+        refusedSize = 0;
+        return failures++;
+    };
+    selector.start();
+    EXPECT_EQ(failures, 1);
+    ASSERT_EQ(notes.paths().size(), 1U) << "by the name that came second";
+    EXPECT_EQ(Path(notes.paths()[0]).name(), name);
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+// Asked for by an override, a directory that is being read is entered; come upon by the walk, it is not.
+TEST(FileSelector, KnowsWhoAsksForADirectoryAfterAnOverrideHasThrown) {
+    TemporaryDirectory const here;
+    here.write("a", "");
+    makeDirectory(here.file("outer"));
+    makeDirectory(here.file("outer/inner"));
+    Notes notes(here.path());
+    Wrapping selector(here.path(), notes);
+    bool asked = false;
+    selector.subdirectories({"outer", "inner"});
+    selector.wrap = [&](Path const& directory, Wrapping::Walk const& walk) {
+        if (directory.name() == "inner") throw 42;
+        if (directory.name() != "outer") return walk(directory);
+        EXPECT_THROW(walk(directory), int);
+        return std::exchange(asked, true) ? 0 : walk(Path(here.path()));
+    };
+    selector.start();
+    EXPECT_EQ(notes.sorted(), "a a") << "once by the walk, once because the override asked";
 }
 
 // The system takes paths of up to 4095 bytes: what lies deeper cannot be read, and is empty.
