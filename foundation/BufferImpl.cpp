@@ -388,7 +388,7 @@ void Buffer::assign(unsigned int pos, unsigned char const* src, unsigned int n) 
     Former const former = forChange(m_impl);
     if (pos >= size()) return;
     uint_t const count = assignedCount(*m_impl, pos, n);
-    if (!src && count != 0) fail<BufferException>(BadArgument, Site{nullptr, 0});
+    if (!src && count != 0) fail<BufferException>(BadArgument, here(0));
     if (count != 0) std::memmove(m_impl->data + pos, src, count);
     raiseLength(*m_impl, pos + count);
 }

@@ -120,8 +120,9 @@ bool PathGrammar::store(EmailAddressImpl& impl) {
 }  // namespace
 
 bool parseRfc5321(TokenQueue& tokens, EmailAddressImpl* impl, bool requireBrackets) {
-    PathGrammar grammar;
     trimWhitespaceTokens(tokens);
+    if (tokens.empty()) return false;
+    PathGrammar grammar;
     if (!grammar.read(tokens)) return false;
     if (requireBrackets && !grammar.hasBrackets()) return false;
     if (!grammar.store(*impl)) return false;

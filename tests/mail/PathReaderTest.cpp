@@ -248,6 +248,13 @@ TEST(ParseRfc5321, MayLeaveTheLocalPartBehindWhenTheDomainIsBad) {
     EXPECT_EQ(impl.local(), "a");
 }
 
+TEST(ParseRfc5321, AsksNoAddressForRoomWhenThereIsNoToken) {
+    std::deque<Rfc822Token> none, blank{{2, " "}};
+    EXPECT_FALSE(parseRfc5321(none, nullptr, false));
+    EXPECT_FALSE(parseRfc5321(blank, nullptr, false));
+    EXPECT_TRUE(blank.empty());
+}
+
 TEST(ParseRfc5321, RefusesTokensThatNoTextGives) {
     for (Rfc822Token const& odd : {Rfc822Token{0, ""}, Rfc822Token{5, "a"}, Rfc822Token{2, ""},
                                    Rfc822Token{2, "("}, Rfc822Token{2, "\x01"}}) {

@@ -87,6 +87,9 @@ Row const links[] = {
     {"http://u:p@[2001:db8::1]:80/", "http: user=u password=p host=2001:db8::1 port=80 path=/"},
     {"http://[2001:db8::1]/", "http: host=2001:db8::1 path=/"},
     {"http://[::1]", "http: host=::1"},
+    {"http://[2001:db8::]/",
+     "http: host=2001:db8:: path=/"},  // the colons at the end are no end of a sentence
+    {"http://u@[2001:db8::]:80/", "http: user=u host=2001:db8:: port=80 path=/"},
     {"http://u@[2001:db8::1]/", "http: user=u host=(null) path=/"},  // strict, as nothing like a port follows
     {"http://[192.0.2.1]/", "http: host=192.0.2.1 path=/"},
     {"http://[192.0.2.1]:80/", "http: host=192.0.2.1 port=80 path=/"},
