@@ -53,6 +53,7 @@ private:
     void addDns();
     void addServe();
     void addIpc();
+    std::string reasonOf(CLI::ParseError const& e) const;
 
     CLI::App m_app{
         "Reads mail and shows what is in it: who sent it, what its parts hash to, which links and\n"
@@ -268,8 +269,14 @@ void CommandLine::addEncode() {
         ->option_text(" ");
     added->add_option("FILE", m_encode.file, "what to encode; \"-\", or none: standard input")
         ->option_text(" ");
-    added->add_option("--seed", m_encode.seed, "scramble with the seed N (90)")
+    added->add_option("--seed", m_encode.seed, "scramble with the seed N (90); the other forms have none")
         ->transform(number(0, anyNumber))
+        // The form is known by now: options are read in the order in which they were added.
+        ->check({[this](std::string const&) {
+                     bool const hasSeed = m_encode.form.empty() || m_encode.form == "scramble";
+                     return hasSeed ? std::string() : m_encode.form + " has no seed, only scramble has one";
+                 },
+                 ""})
         ->option_text("N");
 
     CLI::App* const back = command("decode", "Decode a file, or standard input",
@@ -362,6 +369,19 @@ void CommandLine::addIpc() {
     send->callback([this] { m_action = [this](Output& output) { return ipcSend(m_ipc, output); }; });
 }
 
+/// What is wrong with a command line. The command-line library misses a subcommand even where a word stands that
+/// was meant for one.
+std::string CommandLine::reasonOf(CLI::ParseError const& e) const {
+    CLI::App const* last = &m_app;  // the subcommand of a subcommand ... as far as they are known
+    while (!last->get_subcommands().empty()) last = last->get_subcommands().front();
+    if (last->get_require_subcommand_min() == 0) return e.what();
+    std::vector<std::string> const rest = last->remaining();
+    auto const word = std::find_if(rest.begin(), rest.end(), [](auto const& text) { return text != "--"; });
+    if (word == rest.end()) return e.what();
+    std::string const kind = word->substr(0, 1) == "-" ? "option" : "command";
+    return '"' + *word + "\" is no " + kind + " of " + last->get_display_name();
+}
+
 int CommandLine::run(int argc, char** argv) {
     Output output;
     try {
@@ -374,7 +394,7 @@ int CommandLine::run(int argc, char** argv) {
             output.flush();
             return Fine;
         }
-        complain(std::string(e.what()));
+        complain(reasonOf(e));
         std::cerr << "Try \"quillmark --help\".\n";
         return Failed;
     }

@@ -36,6 +36,24 @@ TEST(EncodeCommand, EncodesStandardInput) {
     }
 }
 
+TEST(EncodeCommand, TakesASeedForScramblingOnly) {
+    struct {
+        std::vector<std::string> arguments;
+        std::string error;
+    } const rows[] = {
+        {{"encode", "qp", "--seed", "3"}, "--seed: qp has no seed, only scramble has one"},
+        {{"encode", "--seed", "90", "base64"}, "--seed: base64 has no seed, only scramble has one"},
+        {{"encode", "--seed", "3"}, "FORM is required"},
+        {{"encode", "--seed", "x", "scramble"}, "--seed: x is no number from 0 to 4294967295"},
+    };
+    for (auto const& [arguments, error] : rows) {
+        Ran const ran = filtered(arguments, "abc");
+        EXPECT_EQ(ran.err, "quillmark: " + error + "\nTry \"quillmark --help\".\n");
+        EXPECT_EQ(ran.status, 2) << error;
+        EXPECT_EQ(ran.out, "") << error;
+    }
+}
+
 TEST(EncodeCommand, TurnsItsOwnScrambledTextBack) {
     std::string text;
     for (int i = 0; i < 300000; ++i) text += static_cast<char>(i * 7);

@@ -65,6 +65,31 @@ TEST(CommandLine, RefusesAnEmptyShard) {
     EXPECT_EQ(ran.out, "");
 }
 
+TEST(CommandLine, NamesAWordThatIsNoCommand) {
+    struct {
+        std::vector<std::string> arguments;
+        std::string error;
+    } const rows[] = {
+        {{"nosuch"}, "\"nosuch\" is no command of quillmark"},
+        {{"nosuch", "message.eml", "--json"}, "\"nosuch\" is no command of quillmark"},
+        {{"--", "nosuch"}, "\"nosuch\" is no command of quillmark"},
+        {{""}, "\"\" is no command of quillmark"},
+        {{"--nosuch"}, "\"--nosuch\" is no option of quillmark"},
+        {{"ipc", "nosuch"}, "\"nosuch\" is no command of ipc"},
+        {{"--"}, "A subcommand is required"},
+        {{}, "A subcommand is required"},
+        {{"ipc"}, "A subcommand is required"},
+        {{"ip"}, "TEXT is required"},
+        {{"md5", "--nosuch"}, "The following argument was not expected: --nosuch"},
+    };
+    for (auto const& [arguments, error] : rows) {
+        Ran const ran = quillmark(arguments);
+        EXPECT_EQ(ran.err, "quillmark: " + error + "\nTry \"quillmark --help\".\n");
+        EXPECT_EQ(ran.status, 2) << error;
+        EXPECT_EQ(ran.out, "") << error;
+    }
+}
+
 TEST(CommandLine, FailsWhenHelpOrVersionCannotBeWritten) {
     for (std::vector<std::string> const& arguments :
          {std::vector<std::string>{"--version"}, {"--help"}, {"scan", "--help"}, {"ipc", "send", "--help"}}) {
