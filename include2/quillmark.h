@@ -60,9 +60,9 @@ QUILL_EXPORT int quill_md5_hasher_xor_digest(quill_md5_hasher* hasher, unsigned 
 /* Base64 (RFC 2045) of whole files: encode writes lines of 76 characters that end in a line feed, decode
  * takes lines of any length. The output is made or emptied; what was written before a failure stays.
  *
- * 0 on success. -1 when a path is null, a file cannot be opened, input and output are one file (which is
- * then left alone), the text is bad, or the output cannot be written out completely.
- * decode opens its output first, so a missing input leaves an empty output. */
+ * 0 on success. -1 when a path is null, a file cannot be opened, the input cannot be read, input and output
+ * are one file (which is then left alone), the text is bad, or the output cannot be written out completely.
+ * decode opens its output first, so a missing input leaves an empty output; encode then leaves it alone. */
 QUILL_EXPORT int quill_file_base64_encode(char const* inputPath, char* outputPath);
 QUILL_EXPORT int quill_file_base64_decode(char const* inputPath, char const* outputPath);
 
@@ -78,7 +78,8 @@ typedef struct quill_emailaddress_container {
 } quill_emailaddress_container;
 
 /** The smallest address of a header value, its local part in lower case.
- *  @return an address for quill_emailaddress_destroy; null for null and for text without an address */
+ *  @return an address for quill_emailaddress_destroy; null for null and for text without an address. Blanks,
+ *          a comma or a dot without anything else are the empty address, which is not null. */
 QUILL_EXPORT quill_emailaddress* quill_emailaddress_create(char const* text);
 
 /** Frees an address. Null is left alone. */
@@ -229,7 +230,7 @@ QUILL_EXPORT int quill_hostname_to_ipaddress_list(char const* name, ip_addr_t* a
 
 /* One connection carries one request to a daemon and any number of answers. Messages are a type, the number
  * of payload bytes and the payload, in the machine's own byte order: both ends are on one machine.
- * A failure that a function gives as -1 or null is in the log, except an expired time-out. */
+ * A failure that a function gives as -1 or null is in the log, except an expired time-out of ipc_read. */
 
 /** The head of a message. Its payload follows in the same allocation, at p + 1. */
 typedef struct ipc_pdu {
