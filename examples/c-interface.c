@@ -24,5 +24,9 @@ int main(void) {
     printf("%s\n", digest);
 
     printf("10.1.2.3 private: %d\n", quill_int_is_private_ip_address(inet_addr("10.1.2.3")));
+
+    char question[64];
+    quill_dns_get_ip_querystring("192.0.2.25", question, sizeof question);
+    printf("whose address is it? %s %s\n", question, quill_dns_type_name(12));
     return 0;
 }

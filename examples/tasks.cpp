@@ -32,7 +32,6 @@ public:
             Ref<Task::ElementImpl> element(new Square(static_cast<int>(i), m_done), false);
             element->id(i);
             element->taskId(taskId);
-            add(element);
             Task::TaskMaster::instance()->add(element);
         }
         elementCreationFinished();
