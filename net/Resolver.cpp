@@ -60,8 +60,8 @@ void useServer(State& state, in_addr const& address, in_port_t port) {
     first.sin_addr = address;
     state.nscount = 1;
     state._u._ext.nscount = 0;
-    state._u._ext.nscount6 =
-        0;  // nothing to the C library of today, but a count of IPv6 servers to who looks here
+    // Nothing to the C library of today, but to who looks here it is the count of IPv6 servers.
+    state._u._ext.nscount6 = 0;
 }
 
 void useServer(State& state, in6_addr const& address, in_port_t port) {

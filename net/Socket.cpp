@@ -217,6 +217,7 @@ void SocketImpl::accept(SocketImpl& connection, bool blocked) {
     }
     if (descriptor == -1) failSystem(error);
     connection.adopt(descriptor, blocked);
+    connection.m_hasLowWater = m_hasLowWater;  // the system hands it on
     connection.m_remote = SocketAddress(*peer, false);
 }
 
@@ -274,8 +275,10 @@ ssize_t SocketImpl::receive(unsigned char* bytes, unsigned int count, Clock::tim
     Synchronized const turn(m_lock.get());
     setBlocked(until == Clock::time_point::max());
     return receiveOnce(bytes, count, 0, [&] {
+        // Who has no time at all was given what there is, unless there must be more of it.
         bool const isPast = until == Clock::time_point::min();
-        return !isPast && SocketPoll(open()).readable(millisecondsUntil(until));
+        return (!isPast || m_hasLowWater) &&
+               SocketPoll(open()).readable(isPast ? 0 : millisecondsUntil(until));
     });
 }
 

@@ -545,6 +545,27 @@ TEST(Socket, ReceivesNoBytesThatAreFewerThanTheSystemWasToldToWaitFor) {
     EXPECT_EQ(received(pair.server), "abcdefghijkl");
 }
 
+TEST(Socket, HandsTheCountOfBytesToWaitForToItsConnections) {
+    Socket listener = stream();
+    int const lowWater = 2;
+    listener.setOption(SO_RCVLOWAT, &lowWater, sizeof lowWater, SOL_SOCKET);
+    listener.bind(loopback(), true);
+    listener.listen(1);
+    Socket client = stream();
+    client.connect(listener.localAddr());
+    Socket server = listener.accept();
+    server.timeout(0);
+    client << "a";
+    EXPECT_EQ(received(server), "timed out");
+    client << "b";
+    server.timeout(30);
+    ASSERT_TRUE(server.readable());
+    std::array<unsigned char, 9> bytes;
+    EXPECT_EQ(server.impl()->receive(bytes.data(), bytes.size(), Clock::time_point::min()), 2);
+    client << "c";
+    EXPECT_EQ(server.impl()->receive(bytes.data(), bytes.size(), Clock::time_point::min()), -1);
+}
+
 TEST(Socket, AcceptThatFailsLeavesNoDescriptor) {
     Socket listener = stream();  // does not listen
     SocketImpl connection(SOCK_STREAM, false, true, AF_INET);
