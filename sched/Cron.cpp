@@ -371,12 +371,11 @@ void Crontab::runDue(long now) {
     // minute: otherwise they would run until the clock is here again.
     struct Again {
         Crontab& crontab;
-        Table entries;
         ~Again() {
             Synchronized const table(crontab.m_tableLock);
-            crontab.m_table.merge(entries);
+            crontab.m_table.merge(crontab.m_again);
         }
-    } again{*this, {}};
+    } const again{*this};
     while (Table::node_type entry = takeDue(now)) {
         Job const& job = *entry.mapped();
         if (m_verbose) say(nameOf(job) + " starts ======");
@@ -387,10 +386,7 @@ void Crontab::runDue(long now) {
             say(stamp(now) + " " + nameOf(job) + " completed, next running time is " + stamp(next) +
                 " ======");
         entry.key() = next;
-        if (next <= now)
-            again.entries.insert(std::move(entry));
-        else
-            insert(std::move(entry));
+        insert(std::move(entry), next <= now ? m_again : m_table);
     }
 }
 
@@ -401,14 +397,16 @@ Crontab::Table::node_type Crontab::takeDue(long now) {
     return isDue ? m_table.extract(m_table.begin()) : Table::node_type();
 }
 
-void Crontab::insert(Table::node_type entry) {
+void Crontab::insert(Table::node_type entry, Table& table) {
     Synchronized const guard(m_tableLock);
-    m_table.insert(std::move(entry));
+    table.insert(std::move(entry));
 }
 
 Crontab::Table Crontab::entries() const {
     Synchronized const guard(m_tableLock);
-    return m_table;
+    Table all(m_table);
+    all.insert(m_again.begin(), m_again.end());
+    return all;
 }
 
 }  // namespace Cron

@@ -144,7 +144,8 @@ void skipUnread(SocketIPC& connection) {
     try {
         std::uint64_t skipped = 0;
         if (socket.dataWaiting()) skip(socket, skipped, oneTurn, Clock::now());
-    } catch (SocketException const&) {  // then there is nothing to save
+    } catch (Exception const&) {       // then there is nothing to save
+    } catch (std::bad_alloc const&) {  // nor memory to say so; a handler's own failure is on its way
     }
 }
 

@@ -311,6 +311,7 @@ void TaskMaster::complete(ElementImpl const& element) {
     if (entry == m_running.end()) return;
     task = Handle<TaskImpl>(entry->second.operator->(), true);
     task->m_outstanding->remove(element.id());
+    m_mutex.lock();  // it may have been another with the same id, whose destructor asked the pool
     if (!task->finished()) return;
     m_mutex.lock();  // the daemon's own finished() may have asked the pool, which unlocks it
     entry = m_running.find(taskId);

@@ -1171,21 +1171,26 @@ TEST_F(IpcThreads, SwallowWhatTheirHandlersThrow) {
 
 TEST_F(IpcThreads, EndAloneWhenTheyHaveNoMemoryAndNoConnectionAnyMore) {
     std::atomic<pid_t> thread{0};
-    s_dispatcher->add(handlerOf(93, true, [&](SocketIPC& connection, Pdu const& pdu) {
-        thread = ::gettid();
-        connection << pdu;
-        connection.socket().close();
-        starving = true;
-        return 0;
-    }));
-    SocketIPC connection = asked(s_port, Pdu(93, bufferOf("last")));
-    EXPECT_EQ(answerOf(connection), messageBytes(93, "last"));
-    EXPECT_EQ(answerOf(connection), "result 0");
-    std::string const itsEntry = "/proc/self/task/" + std::to_string(thread);
-    auto const deadline = Clock::now() + longEnough;
-    while (::access(itsEntry.c_str(), F_OK) == 0 && Clock::now() < deadline) std::this_thread::yield();
-    EXPECT_NE(::access(itsEntry.c_str(), F_OK), 0);
-    EXPECT_EQ(answerTo(s_port, Pdu(1, 8)), messageBytes(1, ""));
+    std::function<void()> const ends[] = {[] {}, [] { ::pthread_exit(nullptr); }};
+    for (std::function<void()> const& end : ends) {
+        s_dispatcher->add(handlerOf(93, true, [&](SocketIPC& connection, Pdu const& pdu) {
+            thread = ::gettid();
+            connection << pdu;
+            connection.socket().close();
+            starving = true;
+            end();
+            return 0;
+        }));
+        SocketIPC connection = asked(s_port, Pdu(93, bufferOf("last")));
+        EXPECT_EQ(answerOf(connection), messageBytes(93, "last"));
+        EXPECT_EQ(answerOf(connection), "result 0");
+        std::string const itsEntry = "/proc/self/task/" + std::to_string(thread);
+        auto const deadline = Clock::now() + longEnough;
+        while (::access(itsEntry.c_str(), F_OK) == 0 && Clock::now() < deadline) std::this_thread::yield();
+        EXPECT_NE(::access(itsEntry.c_str(), F_OK), 0);
+        EXPECT_EQ(answerTo(s_port, Pdu(1, 8)), messageBytes(1, ""));
+    }
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST_F(IpcThreads, AreNoMoreThan64AndFurtherRequestsWait) {
