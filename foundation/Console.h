@@ -12,7 +12,7 @@ namespace Quillmark {
 /// Writes @p text to where std::cout writes, at once.
 ///
 /// By way of a stream of its own: std::cout writes nothing any more after one failure, and there will be room
-/// again. That it is not left halfway by a cancelled thread is for the same reason.
+/// again. A thread that is cancelled leaves no half of a line.
 /// @return whether all of it was taken
 inline bool print(std::string_view text) {
     Uncancelled const whole;
