@@ -824,19 +824,45 @@ TEST(DnsName, IsReadUpToTheLastByteOfTheLargestMessage) {
 
 // Whoever answers questions would otherwise decide how much memory every thread that asks keeps for good.
 TEST(DnsName, LeavesNoMemoryBehindThatOnlyHostileMessagesNeed) {
-    std::string const longName = repeated(name("a").substr(0, 2), 2000) + '\0';
-    std::string message = header({0, 300}) + record(u8(0), 99, longName);
-    std::string const toIt = pointer(static_cast<unsigned int>(message.size() - longName.size()));
-    for (int i = 1; i < 300; ++i) message += record(toIt, 2, toIt);
-    message.resize(std::min(message.size(), largest));
-    auto const readTwo = [&] {
-        ResolverMessage const one = parsed(message), two = parsed(message);
-        return one.answers().size() + two.answers().size();
-    };
-    { ResolverMessage const first = parsed(header({})), second = parsed(header({})); }
-    std::size_t const before = ::mallinfo2().uordblks + ::mallinfo2().hblkhd;
-    EXPECT_GT(readTwo(), 400U);
-    EXPECT_LT(::mallinfo2().uordblks + ::mallinfo2().hblkhd, before + 100'000);
+    std::string const manyLabels = repeated(name("a").substr(0, 2), 2000) + '\0';
+    std::string const longLabels = repeated(name(std::string(63, 'b')).substr(0, 64), 15) + '\0';
+    std::string const beginnings[] = {header({0, 500}) + record(u8(0), 99, manyLabels),
+                                      header({0, 500}) + record(longLabels, 1, "ABCD")};
+    std::size_t const nameAt[] = {beginnings[0].size() - manyLabels.size(), header({}).size()};
+    auto const used = [] { return ::mallinfo2().uordblks + ::mallinfo2().hblkhd; };
+    for (std::size_t const i : {0U, 1U}) {
+        std::string message = beginnings[i];
+        std::string const toIt = pointer(static_cast<unsigned int>(nameAt[i]));
+        while (message.size() + 16 <= largest) message += record(toIt, 2, toIt);
+        auto const readTwo = [&] {
+            ResolverMessage const one = parsed(message), two = parsed(message);
+            return one.answers().size() + two.answers().size();
+        };
+        { ResolverMessage const first = parsed(header({})), second = parsed(header({})); }
+        std::size_t const before = used();
+        EXPECT_GT(readTwo(), 500U);
+        EXPECT_LT(used(), before + 100'000) << i;
+    }
+}
+
+// Names that were read are remembered where they were put together, as long as nothing else is put there.
+TEST(DnsName, IsReadAgainWhenWhatIsRememberedOfItMadeRoom) {
+    for (unsigned int count = 8; count <= 20; ++count) {
+        std::vector<std::string> names;
+        std::string message = header({2 * count});
+        std::string pointers;
+        for (unsigned int i = 0; i < count; ++i) {
+            std::string const label(60, static_cast<char>('a' + i));
+            names.push_back(label + "." + label + "." + label + "." + label + "." + std::string(55, 'z'));
+            pointers += question(pointer(static_cast<unsigned int>(message.size())), 1);
+            message += question(name(names.back()), 1);
+        }
+        ResolverMessage const both = parsed(message + pointers);
+        ASSERT_EQ(both.queries().size(), 2 * count);
+        std::size_t i = 0;
+        for (auto const& query : both.queries())
+            EXPECT_EQ(query.name, names[i++ % count]) << count << ' ' << i;
+    }
 }
 
 TEST(DnsName, HasALongBeginningInFrontOfAnEndThatWasMet) {
