@@ -156,6 +156,10 @@ TEST(Address, FailsToPrintAnUnknownFamilyOrIntoTooSmallABuffer) {
     EXPECT_NE(quill_ip_to_string(&record, buffer, 9, true), buffer);
     EXPECT_EQ(quill_ip_to_string(&record, buffer, 10, true), buffer);
     EXPECT_STREQ(buffer, "192.0.2.1");
+    ip_addr_t const longest = address("255.255.255.255");
+    EXPECT_NE(quill_ip_to_string(&longest, buffer, 15, true), buffer);
+    EXPECT_EQ(quill_ip_to_string(&longest, buffer, 16, true), buffer);
+    EXPECT_STREQ(buffer, "255.255.255.255");
 }
 
 TEST(Address, ReadsWhatItPrints) {
