@@ -865,6 +865,24 @@ TEST(DnsName, IsReadAgainWhenWhatIsRememberedOfItMadeRoom) {
     }
 }
 
+// A pointer may lead ahead, to a name that is read in its turn once that is known.
+TEST(DnsName, EndsWhereItStandsAlsoWhenAPointerHasBeenThereBefore) {
+    std::string const manyLabels = repeated(name("a").substr(0, 2), 2000) + '\0';
+    std::string message = header({0, 8}) + record(u8(0), 99, manyLabels);
+    std::string const toIt = pointer(static_cast<unsigned int>(message.size() - manyLabels.size()));
+    for (int i = 0; i < 4; ++i) message += record(toIt, 1, "ABCD");  // more steps than the message has bytes
+    std::string const ahead = record(pointer(0), 1, "EFGH");
+    unsigned int const place = static_cast<unsigned int>(message.size() + ahead.size());
+    message += record(pointer(place), 1, "EFGH") + record(name("direct.example"), 1, "IJKL") +
+               record(name("last.example"), 1, "MNOP");
+    ResolverMessage const read = parsed(message);
+    ASSERT_EQ(read.answers().size(), 8U);
+    std::string ends;
+    for (auto record = std::prev(read.answers().end(), 3); record != read.answers().end(); ++record)
+        ends += record->name + " " + record->value + "\n";
+    EXPECT_EQ(ends, "direct.example 69.70.71.72\ndirect.example 73.74.75.76\nlast.example 77.78.79.80\n");
+}
+
 TEST(DnsName, HasALongBeginningInFrontOfAnEndThatWasMet) {
     std::string const label(63, 'x');
     std::string const end = repeated(label + ".", 6) + label;
